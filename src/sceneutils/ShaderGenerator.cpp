@@ -1,0 +1,406 @@
+#include <sceneutils/ShaderGenerator.h>
+
+#include "ShaderFile.h"
+#include "ShaderText.h"
+
+#include <OpenThreads/ScopedLock>
+#include <osg/Geode>
+#include <osg/Material>
+#include <osg/PointSprite>
+#include <osg/Shader>
+#include <osg/Texture>
+#include <osg/Uniform>
+#include <osgText/Text>
+
+#include <fstream>
+#include <iostream>
+
+namespace veltrane::sceneutils {
+
+namespace {
+
+constexpr int noUnit = -1;
+constexpr int textTextureUnit = 0;
+constexpr std::size_t usualTextureUnits = 8;
+
+const osg::Vec4 black(0.0f, 0.0f, 0.0f, 1.0f);
+const osg::Vec4 white(1.0f, 1.0f, 1.0f, 1.0f);
+
+/** Gives a member another value for the length of a scope. */
+template <typename T>
+class ScopedValue {
+public:
+    explicit ScopedValue(T& variable) : _variable(variable), _remembered(variable) {}
+    ~ScopedValue() { _variable = _remembered; }
+    ScopedValue(const ScopedValue&) = delete;
+    ScopedValue& operator=(const ScopedValue&) = delete;
+
+private:
+    T& _variable;
+    T _remembered;
+};
+
+osg::ref_ptr<osg::StateSet> inheritedState(const osg::Group* parent) {
+    osg::ref_ptr<osg::StateSet> inherited = new osg::StateSet;
+    if (!parent) return inherited;
+
+    const osg::NodePathList paths = parent->getParentalNodePaths();
+    if (paths.empty()) return inherited;
+    for (const osg::Node* ancestor : paths.front()) {
+        if (ancestor->getStateSet()) inherited->merge(*ancestor->getStateSet());
+    }
+    return inherited;
+}
+
+// Asked for its type first, because osg::Uniform::get() writes a warning of its own when the types do not match.
+bool readInt(const osg::Uniform& uniform, int& value) {
+    return osg::Uniform::getGlApiType(uniform.getType()) == osg::Uniform::INT && uniform.get(value);
+}
+
+int readUnitOrReport(const osg::Uniform* uniform) {
+    if (!uniform) return noUnit;
+
+    int unit = noUnit;
+    if (readInt(*uniform, unit)) return unit;
+    std::cerr << "Unable to get the texture unit\n";
+    std::cerr << "type = " << osg::Uniform::getTypename(uniform->getType()) << "\n";
+    std::cerr << "get num internal = " << uniform->getInternalArrayNumElements() << "\n";
+    return noUnit;
+}
+
+int readUnit(const osg::Uniform* uniform) {
+    int unit = noUnit;
+    if (!uniform || !readInt(*uniform, unit)) return noUnit;
+    return unit;
+}
+
+// Under the fixed-function pipeline the vertex colour takes the place of the material colour that the colour mode
+// names; the programs multiply with the material instead, so a black left there would hide the surface.
+void whitenColorsThatTheColorModeReplaces(osg::Material& material) {
+    constexpr auto face = osg::Material::FRONT_AND_BACK;
+    const auto mode = material.getColorMode();
+    const bool ambientCounts = mode == osg::Material::DIFFUSE || mode == osg::Material::OFF;
+    const bool diffuseCounts = mode == osg::Material::AMBIENT || mode == osg::Material::OFF;
+
+    if (ambientCounts && material.getAmbient(face) == black) material.setAmbient(face, white);
+    if (diffuseCounts && material.getDiffuse(face) == black) material.setDiffuse(face, white);
+}
+
+std::string composeName(const ShaderFeatures& features) {
+    std::string name = "shader_t";
+    const auto appendUnit = [&name](const char* label, int unit) {
+        if (unit != noUnit) name += label + std::to_string(unit);
+    };
+    const auto appendFlag = [&name](const char* label, bool isSet) {
+        if (isSet) name += label;
+    };
+
+    for (int unit : features.textureUnits) name += std::to_string(unit);
+    if (features.normalMapping) appendUnit("_nm", features.normalMapUnit);
+    appendUnit("_sm", features.specMapUnit);
+    appendUnit("_shadow", features.shadowUnit);
+    appendUnit("_overlay", features.overlayUnit);
+    appendFlag("_lighting", features.lighting);
+    appendFlag("_fog", features.fog);
+    appendFlag("_text", features.text);
+    appendFlag("_ps", features.pointSprite);
+    return name;
+}
+
+void appendTextureCoordinate(std::string& out, int unit) {
+    const std::string u = std::to_string(unit);
+    out += "gl_TexCoord[" + u + "] = gl_MultiTexCoord" + u + ";\n";
+}
+
+void appendEyePlanes(std::string& out, int unit) {
+    const std::string u = std::to_string(unit);
+    out += "gl_TexCoord[" + u + "].s = dot(ecPosition4,gl_EyePlaneS[" + u + "]);\n";
+    out += "gl_TexCoord[" + u + "].t = dot(ecPosition4,gl_EyePlaneT[" + u + "]);\n";
+    out += "gl_TexCoord[" + u + "].p = dot(ecPosition4,gl_EyePlaneR[" + u + "]);\n";
+    out += "gl_TexCoord[" + u + "].q = dot(ecPosition4,gl_EyePlaneQ[" + u + "]);\n";
+}
+
+void appendProjectedTexture(std::string& out, int unit) {
+    appendTextureCoordinate(out, unit);
+    appendEyePlanes(out, unit);
+}
+
+void appendTextSampling(std::string& out, int unit) {
+    const std::string u = std::to_string(unit);
+    out += "vec4 textureColor = texture2D( BaseTexture" + u + ", gl_TexCoord[" + u + "].xy );\n";
+    out += "color.rgb = color.rgb + textureColor.rgb;\n";
+    out += "color.a = color.a * textureColor.a;\n";
+}
+
+void appendTextureSampling(std::string& out, int unit) {
+    const std::string u = std::to_string(unit);
+    out += "color *=  texture2D( BaseTexture" + u + ", gl_TexCoord[" + u + "].xy );\n";
+}
+
+osg::ref_ptr<osg::Shader> makeShader(osg::Shader::Type type, const std::string& source) {
+    osg::ref_ptr<osg::Shader> shader = new osg::Shader(type);
+    shader->setShaderSource(source);
+    return shader;
+}
+
+const char* fileEnding(osg::Shader::Type type) {
+    if (type == osg::Shader::VERTEX) return ".vert";
+    if (type == osg::Shader::FRAGMENT) return ".frag";
+    return "";
+}
+
+void save(const std::string& path, const std::string& text) {
+    std::ofstream(path) << text;
+}
+
+}  // namespace
+
+ShaderGenerator* ShaderGenerator::instance() {
+    static auto* const generator = new ShaderGenerator(noUnit);
+    return generator;
+}
+
+ShaderGenerator::ShaderGenerator(int shadowTexUnit)
+    : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN), _shadowTexUnit(shadowTexUnit) {}
+
+ShaderGenerator::~ShaderGenerator() = default;
+
+void ShaderGenerator::process(osg::Node* node, bool shadow, bool lighting, bool normalMapping, bool fog) {
+    process(node, nullptr, shadow, lighting, normalMapping, fog);
+}
+
+void ShaderGenerator::process(osg::Node* node, osg::Group* parent, bool shadow, bool lighting, bool normalMapping,
+                              bool fog) {
+    if (!node) return;
+
+    const OpenThreads::ScopedLock<OpenThreads::Mutex> lock(_mutex);
+    const ScopedValue<int> restoredAtTheEnd(_shadowTexUnit);
+    if (!shadow) _shadowTexUnit = noUnit;
+    _lighting = lighting;
+    _normalMapping = normalMapping;
+    _fog = fog;
+    _rootProcessed = false;
+
+    _stateSetStack.push_back(inheritedState(parent));
+    node->accept(*this);
+    _stateSetStack.pop_back();
+
+    // Nothing ever sets the flag: the root is always classified by itself as well.
+    if (!_rootProcessed) {
+        osg::StateSet* rootState = node->getOrCreateStateSet();
+        applyStateSet(rootState, rootState, nullptr);
+    }
+}
+
+void ShaderGenerator::setShadowTex(int unit) {
+    _shadowTexUnit = unit;
+}
+
+void ShaderGenerator::setSavingShaders(bool saving) {
+    _savingShaders = saving;
+}
+
+void ShaderGenerator::reloadSavedShaders() {
+    if (!_savingShaders) return;
+
+    for (const auto& [name, program] : _programs) {
+        for (unsigned int i = 0; i < program->getNumShaders(); ++i) {
+            osg::Shader& shader = *program->getShader(i);
+            const std::string path = name + fileEnding(shader.getType());
+            if (!loadShaderText(shader, path)) std::cerr << "Error reading " + path + "\n";
+        }
+    }
+}
+
+void ShaderGenerator::apply(osg::Node& node) {
+    const osg::ref_ptr<osg::StateSet> accumulated = accumulate(node.getStateSet());
+    // A drawable that hangs directly below a group arrives here as a node; it is classified as one in a geode would be.
+    if (node.getStateSet()) applyStateSet(node.getStateSet(), accumulated.get(), node.asDrawable());
+
+    if (osg::Geode* geode = node.asGeode()) {
+        applyToDrawablesOf(*geode, *accumulated);
+        return;
+    }
+    _stateSetStack.push_back(accumulated);
+    traverse(node);
+    _stateSetStack.pop_back();
+}
+
+osg::ref_ptr<osg::StateSet> ShaderGenerator::accumulate(const osg::StateSet* own) const {
+    osg::ref_ptr<osg::StateSet> accumulated = new osg::StateSet;
+    if (!_stateSetStack.empty()) accumulated->merge(*_stateSetStack.back());
+    if (own) accumulated->merge(*own);
+    return accumulated;
+}
+
+void ShaderGenerator::applyToDrawablesOf(osg::Geode& geode, const osg::StateSet& accumulated) {
+    for (unsigned int i = 0; i < geode.getNumDrawables(); ++i) {
+        osg::Drawable* drawable = geode.getDrawable(i);
+        if (!drawable || !drawable->getStateSet()) continue;
+
+        osg::ref_ptr<osg::StateSet> withDrawable = new osg::StateSet;
+        withDrawable->merge(accumulated);
+        withDrawable->merge(*drawable->getStateSet());
+        applyStateSet(drawable->getStateSet(), withDrawable.get(), drawable);
+    }
+}
+
+void ShaderGenerator::applyStateSet(osg::StateSet* own, osg::StateSet* accumulated, osg::Drawable* drawable) {
+    if (auto* material = dynamic_cast<osg::Material*>(accumulated->getAttribute(osg::StateAttribute::MATERIAL))) {
+        whitenColorsThatTheColorModeReplaces(*material);
+    }
+
+    const ShaderFeatures features = classify(*own, *accumulated, drawable);
+    const auto* present = dynamic_cast<osg::Program*>(own->getAttribute(osg::StateAttribute::PROGRAM));
+    if (present && present->getName() == features.name) return;
+
+    osg::Program* program = getOrCreateProgram(features);
+    for (int unit : features.textureUnits) {
+        const std::string sampler = "BaseTexture" + std::to_string(unit);
+        own->addUniform(new osg::Uniform(sampler.c_str(), unit), osg::StateAttribute::ON);
+    }
+    own->setAttribute(program);
+    if (_shadowTexUnit != noUnit) {
+        own->addUniform(new osg::Uniform("ShadowMapTex", _shadowTexUnit), osg::StateAttribute::ON);
+    }
+}
+
+ShaderFeatures ShaderGenerator::classify(const osg::StateSet& own, const osg::StateSet& accumulated,
+                                         const osg::Drawable* drawable) const {
+    ShaderFeatures features;
+    features.textureUnits.reserve(usualTextureUnits);
+    features.lighting = _lighting;
+    features.normalMapping = _normalMapping;
+    features.shadowUnit = _shadowTexUnit;
+    features.fog = _fog;
+    // Normal and specular maps must be declared on the state set itself; overlay and sun colours may be inherited.
+    features.sunUniforms = accumulated.getUniform("SunAmbient") != nullptr;
+    features.normalMapUnit = readUnitOrReport(own.getUniform("NormalMapTex"));
+    features.specMapUnit = readUnitOrReport(own.getUniform("SpecMapTex"));
+    features.overlayUnit = readUnit(accumulated.getUniform("OverlayTex"));
+
+    if (dynamic_cast<const osgText::Text*>(drawable)) {
+        features.textureUnits.push_back(textTextureUnit);
+        features.text = true;
+    } else {
+        findTextureUnits(features, accumulated);
+    }
+    features.name = composeName(features);
+    return features;
+}
+
+void ShaderGenerator::findTextureUnits(ShaderFeatures& features, const osg::StateSet& accumulated) const {
+    const auto count = static_cast<int>(accumulated.getNumTextureAttributeLists());
+    for (int unit = 0; unit < count; ++unit) {
+        const auto attribute = [&](osg::StateAttribute::Type type) {
+            return accumulated.getTextureAttribute(static_cast<unsigned int>(unit), type);
+        };
+        const bool isTextured = dynamic_cast<const osg::Texture*>(attribute(osg::StateAttribute::TEXTURE)) != nullptr;
+        const bool isMap = unit == features.normalMapUnit || unit == features.specMapUnit;
+        if (isTextured && !isMap) features.textureUnits.push_back(unit);
+        if (dynamic_cast<const osg::PointSprite*>(attribute(osg::StateAttribute::POINTSPRITE))) {
+            features.pointSprite = true;
+        }
+    }
+}
+
+osg::Program* ShaderGenerator::getOrCreateProgram(const ShaderFeatures& features) {
+    const auto cached = _programs.find(features.name);
+    if (cached != _programs.end()) return cached->second.get();
+
+    std::string fragmentSource;
+    createFragmentSource(fragmentSource, features);
+    std::string vertexSource;
+    createVertexSource(vertexSource, features);
+
+    osg::ref_ptr<osg::Program> program = new osg::Program;
+    program->addShader(makeShader(osg::Shader::FRAGMENT, fragmentSource));
+    program->addShader(makeShader(osg::Shader::VERTEX, vertexSource));
+    program->setName(features.name);
+    if (_savingShaders) {
+        save(features.name + fileEnding(osg::Shader::VERTEX), vertexSource);
+        save(features.name + fileEnding(osg::Shader::FRAGMENT), fragmentSource);
+    }
+    _programs[features.name] = program;
+    return program.get();
+}
+
+bool ShaderGenerator::usesNormalMap(const ShaderFeatures& features) const {
+    return _normalMapping && features.normalMapUnit != noUnit;
+}
+
+void ShaderGenerator::createVertexSource(std::string& out, const ShaderFeatures& features) {
+    out += shadertext::header;
+    if (features.pointSprite) {
+        out += shadertext::pointSpriteVertexMain;
+        return;
+    }
+
+    if (_lighting && usesNormalMap(features)) {
+        out += shadertext::tangentSpaceOutputs;
+        out += shadertext::tangentSpaceLightingFunctions;
+    } else if (_lighting) {
+        out += shadertext::lightingColorOutput;
+        out += features.sunUniforms ? shadertext::sunColorDeclarations : shadertext::lightSourceColorDeclarations;
+        out += shadertext::perVertexLightingFunctions;
+    }
+
+    out += shadertext::vertexMainHead;
+    for (int unit : features.textureUnits) appendTextureCoordinate(out, unit);
+    if (usesNormalMap(features)) appendTextureCoordinate(out, features.normalMapUnit);
+    if (features.specMapUnit != noUnit) appendTextureCoordinate(out, features.specMapUnit);
+    if (_shadowTexUnit != noUnit) appendProjectedTexture(out, _shadowTexUnit);
+    if (features.overlayUnit != noUnit) appendProjectedTexture(out, features.overlayUnit);
+    if (_lighting) out += shadertext::lightingCall;
+    out += "}";
+}
+
+void ShaderGenerator::createFragmentSource(std::string& out, const ShaderFeatures& features) {
+    out += shadertext::header;
+    for (int unit : features.textureUnits) out += "uniform sampler2D BaseTexture" + std::to_string(unit) + ";\n";
+    if (features.pointSprite) {
+        out += shadertext::pointSpriteFragmentMain;
+        return;
+    }
+
+    if (_lighting) {
+        out += usesNormalMap(features) ? shadertext::normalMapInputs : shadertext::lightingColorInput;
+        if (features.sunUniforms) out += shadertext::sunUniformDeclarations;
+    }
+    if (features.specMapUnit != noUnit) out += shadertext::specularMapSampler;
+    if (_shadowTexUnit != noUnit) out += shadertext::shadowSampler;
+    if (features.overlayUnit != noUnit) out += shadertext::overlayDeclarations;
+
+    if (_lighting && usesNormalMap(features)) {
+        out += shadertext::normalMappedLightFunctionHeadBeforeUnit;
+        out += std::to_string(features.normalMapUnit);
+        out += shadertext::normalMappedLightFunctionHeadAfterUnit;
+        // With sun colours nothing declares the colours that the body names; such a program does not compile.
+        if (!features.sunUniforms) out += shadertext::lightSourceColorDeclarations;
+        out += shadertext::normalMappedLightFunctionBody;
+    } else if (_lighting) {
+        out += shadertext::vertexColorLightFunction;
+    }
+    if (_fog) out += shadertext::fogFunction;
+
+    out += shadertext::fragmentMainHead;
+    const bool startsWhite = !features.text && !features.textureUnits.empty();
+    out += startsWhite ? "vec4 color = vec4(1,1,1,1);\n" : "vec4 color = gl_Color;\n";
+    if (features.text) {
+        appendTextSampling(out, features.textureUnits.front());
+    } else {
+        for (int unit : features.textureUnits) appendTextureSampling(out, unit);
+    }
+    if (_lighting) out += "color *= calculateLightColor(vec4(1,1,1,1));\n";
+    if (features.overlayUnit != noUnit) {
+        out += "    vec4 overlay_color = shadow2DProj(OverlayTex, gl_TexCoord[" + std::to_string(features.overlayUnit) +
+               "]);\n";
+    }
+    if (_shadowTexUnit != noUnit) {
+        out += "color *= .9 + shadow2DProj(ShadowMapTex, gl_TexCoord[" + std::to_string(_shadowTexUnit) + "]);\n";
+    }
+    if (_fog) out += "color = fog(color);";
+    out += "gl_FragColor = color;}\n";
+}
+
+}  // namespace veltrane::sceneutils

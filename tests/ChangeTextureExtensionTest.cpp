@@ -1,0 +1,1 @@
+#include <sceneutils/ChangeTextureExtension.h>

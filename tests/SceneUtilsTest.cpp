@@ -1,0 +1,1 @@
+#include <sceneutils/SceneUtils.h>

@@ -1,0 +1,1 @@
+#include <sceneutils/ShaderGenerator.h>
