@@ -1,0 +1,50 @@
+#include "Command.h"
+
+#include <CLI/CLI.hpp>
+
+#include <exception>
+#include <iostream>
+
+using namespace veltrane::sceneutils::tool;
+
+namespace {
+
+int end(ExitStatus status) {
+    return static_cast<int>(status);
+}
+
+int fail(ExitStatus status, const std::string& message) {
+    std::cerr << "sceneutils: " << message << "\n";
+    return end(status);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Scene-graph tools for OpenFlight and OpenSceneGraph databases.", "sceneutils");
+    app.set_version_flag("--version", "sceneutils " SCENEUTILS_VERSION);
+    app.require_subcommand(1);
+    app.get_formatter()->column_width(34);
+    app.footer(
+        "Results go to standard output, everything else to standard error.\n"
+        "Exit status: 0 done, 1 usage, 2 input unreadable, 3 not supported, 4 output not written,\n"
+        "5 done in part (what failed is listed), 130 interrupted.\n"
+        "'sceneutils COMMAND --help' lists the options of a command.");
+
+    ExitStatus result = ExitStatus::Done;
+    addConvertCommand(app, result);
+    addSampleCommand(app, result);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& helpOrVersion) {
+        return app.exit(helpOrVersion);
+    } catch (const CLI::ParseError& error) {
+        return fail(ExitStatus::Usage, std::string(error.what()) + " (see --help)");
+    } catch (const CommandError& error) {
+        return fail(error.status(), error.what());
+    } catch (const std::exception& error) {
+        return fail(ExitStatus::OutputNotWritten, error.what());
+    }
+    return end(result);
+}
