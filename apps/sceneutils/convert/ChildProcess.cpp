@@ -1,0 +1,127 @@
+#include "ChildProcess.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <system_error>
+
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <csignal>
+
+namespace veltrane::sceneutils::tool {
+
+namespace {
+
+using MessageSize = std::uint64_t;
+
+bool writeAll(int fileDescriptor, const char* data, std::size_t size) {
+    while (size > 0) {
+        const ssize_t written = write(fileDescriptor, data, size);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        data += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+bool readAll(int fileDescriptor, char* data, std::size_t size) {
+    while (size > 0) {
+        const ssize_t got = read(fileDescriptor, data, size);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return false;
+        data += got;
+        size -= static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+// False at the end of the messages; a message that its sender could not finish is dropped.
+bool receiveMessage(int fileDescriptor, std::string& message) {
+    MessageSize size = 0;
+    if (!readAll(fileDescriptor, reinterpret_cast<char*>(&size), sizeof size)) return false;
+    message.resize(size);
+    return readAll(fileDescriptor, message.data(), message.size());
+}
+
+void limitChild(pid_t parent, unsigned int seconds) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent) _exit(1);
+
+    const rlimit noCoreFile = {0, 0};
+    setrlimit(RLIMIT_CORE, &noCoreFile);
+    const rlimit processorTime = {seconds, seconds + 1};
+    setrlimit(RLIMIT_CPU, &processorTime);
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+[[noreturn]] void beChild(pid_t parent, unsigned int seconds, int pipeEnd,
+                          const std::function<void(const MessageSender&)>& work) {
+    limitChild(parent, seconds);
+    int status = 0;
+    try {
+        work(MessageSender(pipeEnd));
+    } catch (...) {
+        status = 1;
+    }
+    std::cout.flush();
+    std::fflush(nullptr);
+    // Not exit(): what the parent registered to happen at its end is the parent's.
+    _exit(status);
+}
+
+[[noreturn]] void throwError(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+}  // namespace
+
+void MessageSender::send(const std::string& message) const {
+    const MessageSize size = message.size();
+    std::string framed(sizeof size, '\0');
+    std::memcpy(framed.data(), &size, sizeof size);
+    framed += message;
+    writeAll(_fileDescriptor, framed.data(), framed.size());
+}
+
+ChildEnd runInChild(unsigned int seconds, const std::function<void(const MessageSender&)>& work,
+                    const std::function<void(const std::string&)>& receive) {
+    int ends[2];
+    if (pipe(ends) != 0) throwError("cannot make a pipe");
+
+    // Whatever is buffered now would otherwise be written by both processes.
+    std::cout.flush();
+    std::fflush(nullptr);
+    const pid_t parent = getpid();
+    const pid_t child = fork();
+    if (child < 0) {
+        close(ends[0]);
+        close(ends[1]);
+        throwError("cannot start a process");
+    }
+    if (child == 0) {
+        close(ends[0]);
+        beChild(parent, seconds, ends[1], work);
+    }
+
+    close(ends[1]);
+    std::string message;
+    while (receiveMessage(ends[0], message)) receive(message);
+    close(ends[0]);
+
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    ChildEnd end;
+    end.pid = child;
+    if (WIFSIGNALED(status)) end.signal = WTERMSIG(status);
+    if (WIFEXITED(status)) end.exitStatus = WEXITSTATUS(status);
+    return end;
+}
+
+}  // namespace veltrane::sceneutils::tool

@@ -1,0 +1,215 @@
+#include "ConversionPlan.h"
+
+#include "../Command.h"
+#include "FileFinder.h"
+#include "WholeFile.h"
+
+#include <algorithm>
+#include <map>
+
+namespace fs = std::filesystem;
+
+namespace veltrane::sceneutils::tool {
+
+namespace {
+
+constexpr const char* modelExtension = ".flt";
+constexpr const char* pagedExtension = ".ive";
+constexpr const char* folderAboveTheDatabase = "_parent";
+constexpr double rangeShareOfReferencedFiles = 0.25;
+constexpr int deepestLevel = 100;
+
+/** The palettes in force in a file: its own, or those it takes from above. 0: none. */
+using PaletteHashes = PerPalette<std::uint64_t>;
+
+bool namesAModel(const std::string& name) {
+    return toLowerCase(name).find(modelExtension) != std::string::npos;
+}
+
+// The folder resolved, the file's own name kept: a link to a file is a file of its own, as its name says.
+fs::path identityOf(const fs::path& path) {
+    return fs::weakly_canonical(path.parent_path()) / path.filename();
+}
+
+// The name that the library gives to a converted file: everything from the first ".flt" on becomes ".ive".
+std::string pagedFileName(const std::string& name) {
+    const std::string::size_type end = toLowerCase(name).find(modelExtension);
+    const std::string stem = end == 0 || end == std::string::npos ? name : name.substr(0, end);
+    return stem + pagedExtension;
+}
+
+class Planner {
+public:
+    explicit Planner(const ConversionOptions& options) { _plan.options = options; }
+
+    ConversionPlan run() {
+        const ConversionOptions& options = _plan.options;
+        if (toLowerCase(options.output.extension().string()) != pagedExtension) {
+            throw CommandError(ExitStatus::Usage, options.output.string() + ": the output's name must end in .ive");
+        }
+        if (toLowerCase(options.input.extension().string()) != modelExtension) {
+            throw CommandError(ExitStatus::NotSupported,
+                               options.input.string() + ": only OpenFlight files (.flt) can be converted");
+        }
+
+        PlannedFile master;
+        master.path = fs::absolute(options.input);
+        master.identity = identityOf(master.path);
+        master.name = options.input.filename().string();
+        master.output = identityOf(fs::absolute(options.output));
+        master.maxRange = options.maxRange;
+        _plan.inputFolder = master.identity.parent_path();
+        _plan.outputFolder = master.output.parent_path();
+        _takenOutputs.insert(toLowerCase(master.output.string()));
+        add(std::move(master), {}, 0);
+
+        if (!_plan.files.front().problem.empty()) {
+            throw CommandError(ExitStatus::InputUnreadable,
+                               options.input.string() + ": " + _plan.files.front().problem);
+        }
+        checkOutputs();
+        return std::move(_plan);
+    }
+
+private:
+    /** Adds a file and, as far as they take part, the files that it refers to. */
+    std::size_t add(PlannedFile file, const PaletteHashes& inherited, int level) {
+        const auto [known, isNew] = _known.try_emplace({file.identity, inherited}, _plan.files.size());
+        if (!isNew) return known->second;
+        const std::size_t index = known->second;
+
+        FlightFile scan;
+        try {
+            if (level > deepestLevel) throw FlightFileError("referred to over more than 100 levels");
+            scan = scanFlightFile(file.path);
+        } catch (const FlightFileError& error) {
+            file.problem = error.what();
+        }
+        file.bytes = scan.bytes;
+        noteInputs(file, scan);
+        file.pagesReferences = level == 0 || _plan.options.recurse;
+        _plan.files.push_back(std::move(file));
+
+        const PaletteHashes palettes = palettesInForce(scan, inherited, _plan.files[index].path);
+        for (const FlightReference& reference : scan.references) {
+            PlannedReference planned = follow(index, reference, palettes, level);
+            _plan.files[index].references.push_back(std::move(planned));
+        }
+        return index;
+    }
+
+    PlannedReference follow(std::size_t from, const FlightReference& reference, const PaletteHashes& palettes,
+                            int level) {
+        const fs::path folder = _plan.files[from].path.parent_path();
+        PlannedReference planned;
+        planned.storedName = reference.name;
+        const auto found = _finder.find(folder, reference.name);
+        if (found) planned.path = identityOf(*found);
+        if (!found && !reference.name.empty()) {
+            planned.target = addMissing(from, folder / reference.name);
+        } else if (found && _plan.files[from].pagesReferences && namesAModel(reference.name)) {
+            planned.target = addReferenced(from, *found, reference, palettes, level);
+        }
+        return planned;
+    }
+
+    std::size_t addReferenced(std::size_t from, const fs::path& path, const FlightReference& reference,
+                              const PaletteHashes& palettes, int level) {
+        PaletteHashes inherited{};
+        for (std::size_t i = 0; i < paletteKinds; ++i) {
+            if (reference.takesParents[i]) inherited[i] = palettes[i];
+        }
+        PlannedFile file;
+        file.path = path;
+        file.identity = identityOf(path);
+        file.name = relativeName(file.identity, _plan.inputFolder);
+        file.namedBy = from;
+        const auto known = _known.find({file.identity, inherited});
+        if (known != _known.end()) return known->second;
+
+        file.maxRange = static_cast<float>(_plan.files[from].maxRange * rangeShareOfReferencedFiles);
+        if (_plan.options.writesReferences()) file.output = newOutput(file.identity);
+        return add(std::move(file), inherited, level + 1);
+    }
+
+    std::size_t addMissing(std::size_t from, const fs::path& path) {
+        PlannedFile file;
+        file.path = path;
+        file.identity = path.lexically_normal();
+        file.name = relativeName(file.identity, _plan.inputFolder);
+        file.namedBy = from;
+        file.problem = "no such file";
+        const auto [known, isNew] = _known.try_emplace({file.identity, {}}, _plan.files.size());
+        if (isNew) _plan.files.push_back(std::move(file));
+        return known->second;
+    }
+
+    // A file's own palettes count unless it takes its parent's. Textures are found relative to the file, so the same
+    // palette in another folder is another one.
+    static PaletteHashes palettesInForce(const FlightFile& scan, const PaletteHashes& inherited, const fs::path& path) {
+        PaletteHashes palettes = scan.paletteHashes;
+        std::uint64_t& textures = palettes[static_cast<std::size_t>(Palette::Texture)];
+        if (textures != 0) textures ^= fs::hash_value(path.parent_path());
+        for (std::size_t i = 0; i < paletteKinds; ++i) {
+            if (inherited[i] != 0) palettes[i] = inherited[i];
+        }
+        return palettes;
+    }
+
+    void noteInputs(const PlannedFile& file, const FlightFile& scan) {
+        _plan.inputs.insert(file.identity);
+        for (const std::string& name : scan.textures) {
+            const auto texture = _finder.findTexture(file.path.parent_path(), name);
+            if (texture) _plan.inputs.insert(fs::weakly_canonical(*texture));
+        }
+    }
+
+    fs::path newOutput(const fs::path& input) {
+        const fs::path mirrored = mirroredPath(_plan, input);
+        const fs::path plain = mirrored.parent_path() / pagedFileName(mirrored.filename().string());
+        fs::path output = plain;
+        for (int i = 2; !_takenOutputs.insert(toLowerCase(output.string())).second; ++i) {
+            output = plain.parent_path() / (plain.stem().string() + "-" + std::to_string(i) + pagedExtension);
+        }
+        return output;
+    }
+
+    void checkOutputs() const {
+        try {
+            for (const PlannedFile& file : _plan.files) {
+                if (file.output.empty() || !file.problem.empty()) continue;
+                if (_plan.inputs.count(file.output) != 0) {
+                    throw OutputError(file.output.string() + ": is one of the inputs; choose another output");
+                }
+                checkOutputPath(file.output, _plan.options.overwrite);
+            }
+        } catch (const OutputError& error) {
+            throw CommandError(ExitStatus::OutputNotWritten, error.what());
+        }
+    }
+
+    ConversionPlan _plan;
+    FileFinder _finder;
+    std::map<std::pair<fs::path, PaletteHashes>, std::size_t> _known;
+    std::set<std::string> _takenOutputs;
+};
+
+}  // namespace
+
+fs::path mirroredPath(const ConversionPlan& plan, const fs::path& path) {
+    fs::path mirrored = plan.outputFolder;
+    for (const fs::path& part : path.lexically_relative(plan.inputFolder)) {
+        mirrored /= part == ".." ? fs::path(folderAboveTheDatabase) : part;
+    }
+    return mirrored;
+}
+
+std::string relativeName(const fs::path& file, const fs::path& folder) {
+    return file.lexically_relative(folder).generic_string();
+}
+
+ConversionPlan planConversion(const ConversionOptions& options) {
+    return Planner(options).run();
+}
+
+}  // namespace veltrane::sceneutils::tool

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "FlightFile.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <limits>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace veltrane::sceneutils::tool {
+
+/** What the command line asks of a conversion. */
+struct ConversionOptions {
+    std::filesystem::path input;
+    std::filesystem::path output;
+    bool recurse = false;
+    bool convertReferences = false;  ///< implied by `recurse`
+    float maxRange = 10000.0f;       ///< graph units
+    bool smooth = true;
+    bool overwrite = false;
+    bool verbose = false;
+    unsigned int secondsPerFile = 600;  ///< processor time
+
+    bool writesReferences() const { return recurse || convertReferences; }
+};
+
+constexpr std::size_t noFile = std::numeric_limits<std::size_t>::max();
+
+/** One external-reference record of a planned file. */
+struct PlannedReference {
+    std::string storedName;
+    std::filesystem::path path;   ///< the file it leads to; empty if there is none
+    std::size_t target = noFile;  ///< that file's place in the plan; noFile: the reference stays as it is
+};
+
+/**
+ * A file and what is to become of it. One that takes different palettes from different parents stands in the plan once
+ * for each set of them, with an output of its own.
+ */
+struct PlannedFile {
+    std::filesystem::path path;      ///< as it is reached: absolute, maybe through "..", in the letter case on disk
+    std::filesystem::path identity;  ///< the same for every way that leads to the file
+    std::string name;                ///< for messages: seen from the master's folder
+    std::size_t namedBy = noFile;    ///< the first file that refers to it; noFile for the master
+    std::string problem;             ///< why it cannot be converted; empty: it can
+    std::filesystem::path output;    ///< absolute; empty: nothing is written for it
+    float maxRange = 0.0f;           ///< for the references of this file
+    bool pagesReferences = false;    ///< its references are hung below PagedLODs
+    std::uintmax_t bytes = 0;
+    std::vector<PlannedReference> references;  ///< in the order of the records
+};
+
+/**
+ * Everything that is known before the first file is read: which files take part, where their outputs go, which are
+ * missing or damaged. The master is files[0].
+ *
+ * Outputs lie in the output's folder as the inputs lie in the master's, so that the folder is the whole database; a
+ * file from outside the master's folder gets a place below "_parent". No two files share an output, even where names
+ * are compared without letter case.
+ */
+struct ConversionPlan {
+    ConversionOptions options;
+    std::filesystem::path inputFolder;   ///< the master's, resolved
+    std::filesystem::path outputFolder;  ///< resolved as far as it exists
+    std::vector<PlannedFile> files;
+    std::set<std::filesystem::path> inputs;  ///< resolved; what must never be overwritten, textures included
+};
+
+/** @throws CommandError if the input cannot be converted or an output may not be written */
+ConversionPlan planConversion(const ConversionOptions& options);
+
+/** Where a file that lies at `path` goes in the output folder, its own name kept. `path` must be resolved. */
+std::filesystem::path mirroredPath(const ConversionPlan& plan, const std::filesystem::path& path);
+
+/** The file as seen from the folder, with '/' between folders; both absolute and resolved. */
+std::string relativeName(const std::filesystem::path& file, const std::filesystem::path& folder);
+
+}  // namespace veltrane::sceneutils::tool

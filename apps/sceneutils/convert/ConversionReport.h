@@ -1,0 +1,50 @@
+#pragma once
+
+#include "ConversionPlan.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <map>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace veltrane::sceneutils::tool {
+
+/** What became of one planned file. */
+struct FileResult {
+    std::size_t file = noFile;  ///< its place in the plan
+    std::string problem;        ///< why it failed; empty: it did not
+    bool isOutputProblem = false;
+    bool written = false;
+    std::uintmax_t bytesOut = 0;                        ///< of the converted file
+    std::uintmax_t textureBytesOut = 0;                 ///< of the textures that were copied for it
+    std::map<std::string, std::string> texturesPlaced;  ///< where they were put, and where from
+    std::vector<std::string> texturesMissing;           ///< as the file names them
+    double seconds = 0.0;                               ///< without the files that it refers to
+};
+
+void to_json(nlohmann::json& json, const FileResult& result);
+void from_json(const nlohmann::json& json, FileResult& result);
+
+/** What became of all files of a plan, each at most once. */
+struct ConversionReport {
+    std::vector<FileResult> files;
+    double seconds = 0.0;
+
+    std::size_t filesRead() const;
+    std::size_t filesConverted() const;
+    std::size_t filesFailed() const;
+    std::size_t texturesMissing() const;  ///< distinct names
+    std::uintmax_t bytesIn(const ConversionPlan& plan) const;
+    std::uintmax_t bytesOut() const;
+};
+
+/** The one line for people. */
+void writeSummary(std::ostream& out, const ConversionPlan& plan, const ConversionReport& report);
+
+/** The same for programs. Its field "version" grows when a field changes its meaning or goes. */
+nlohmann::json reportAsJson(const ConversionPlan& plan, const ConversionReport& report);
+
+}  // namespace veltrane::sceneutils::tool

@@ -1,0 +1,306 @@
+#include "FileAccess.h"
+
+#include "WholeFile.h"
+
+#include <sceneutils/TextureVisitor.h>
+
+#include <osg/PagedLOD>
+#include <osg/ProxyNode>
+#include <osgDB/Registry>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <set>
+
+namespace fs = std::filesystem;
+using osgDB::ReaderWriter;
+
+namespace veltrane::sceneutils::tool {
+
+namespace {
+
+constexpr const char* modelEnding = ".flt";
+constexpr const char* convertedEnding = ".ive";
+
+bool isBelow(const fs::path& path, const fs::path& folder) {
+    const fs::path relative = path.lexically_relative(folder);
+    return !relative.empty() && *relative.begin() != "..";
+}
+
+bool haveSameContent(const fs::path& a, const fs::path& b) {
+    std::error_code error;
+    if (fs::file_size(a, error) != fs::file_size(b, error) || error) return false;
+    std::ifstream first(a, std::ios::binary);
+    std::ifstream second(b, std::ios::binary);
+    using Bytes = std::istreambuf_iterator<char>;
+    return first && second && std::equal(Bytes(first), Bytes(), Bytes(second), Bytes());
+}
+
+class ImageCollector : public TextureVisitor {
+public:
+    using TextureVisitor::apply;
+
+    void apply(osg::Texture& texture) override {
+        for (unsigned int i = 0; i < texture.getNumImages(); ++i) {
+            if (osg::Image* image = texture.getImage(i)) images.insert(image);
+        }
+    }
+
+    std::set<osg::ref_ptr<osg::Image>> images;
+};
+
+osg::ref_ptr<osgDB::Options> copyOf(const osgDB::Options* options) {
+    return options ? options->cloneOptions() : new osgDB::Options;
+}
+
+}  // namespace
+
+/** Gives the references the names "0.flt", "1.flt", ... of their places in the plan, those that stay as they are "0",
+ * ... */
+class FileAccess::ReferenceRenamer : public osg::NodeVisitor {
+public:
+    explicit ReferenceRenamer(FileAccess& access) : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN), _access(access) {
+        setNodeMaskOverride(~0u);
+        const auto& references = access.planned().references;
+        for (std::size_t i = 0; i < references.size(); ++i) _records[references[i].storedName].push_back(i);
+    }
+
+    using osg::NodeVisitor::apply;
+
+    void apply(osg::ProxyNode& proxy) override {
+        if (_seen.insert(&proxy).second && proxy.getNumFileNames() > 0) rename(proxy);
+        traverse(proxy);
+    }
+
+private:
+    // The records of one name are dealt out in their order: they may differ in the palettes that they take over.
+    void rename(osg::ProxyNode& proxy) {
+        const auto records = _records.find(proxy.getFileName(0));
+        if (records == _records.end()) return;
+
+        std::size_t& next = _dealt[proxy.getFileName(0)];
+        const std::size_t reference = records->second[std::min(next++, records->second.size() - 1)];
+        _access._palettesOfReferences[reference] = proxy.getUserData();
+        const bool isFollowed = _access.planned().references[reference].target != noFile;
+        const std::string name = std::to_string(reference) + (isFollowed ? modelEnding : "");
+        if (isFollowed) _access._followedReferences[name] = reference;
+        proxy.setFileName(0, name);
+    }
+
+    FileAccess& _access;
+    std::map<std::string, std::vector<std::size_t>> _records;
+    std::map<std::string, std::size_t> _dealt;
+    std::set<osg::ProxyNode*> _seen;
+};
+
+/** Gives the references the names that the output shall hold. */
+class FileAccess::FinalNames : public osg::NodeVisitor {
+public:
+    explicit FinalNames(const FileAccess& access) : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN) {
+        setNodeMaskOverride(~0u);
+        for (std::size_t i = 0; i < access.planned().references.size(); ++i) {
+            const std::string number = std::to_string(i);
+            for (const char* ending : {"", modelEnding, convertedEnding}) _names[number + ending] = access.finalName(i);
+        }
+    }
+
+    using osg::NodeVisitor::apply;
+
+    void apply(osg::ProxyNode& proxy) override {
+        rename(proxy);
+        traverse(proxy);
+    }
+    void apply(osg::PagedLOD& plod) override {
+        rename(plod);
+        traverse(plod);
+    }
+
+private:
+    template <typename Node>
+    void rename(Node& node) {
+        if (node.getNumFileNames() == 0 || !_renamed.insert(&node).second) return;
+        const auto name = _names.find(node.getFileName(0));
+        if (name != _names.end()) node.setFileName(0, name->second);
+    }
+
+    std::map<std::string, std::string> _names;
+    std::set<osg::Node*> _renamed;
+};
+
+FileAccess::FileAccess(const ConversionPlan& plan, std::size_t file, osg::Referenced* palettes,
+                       const std::map<std::string, std::string>& texturesPlaced, Obtain obtain)
+    : _plan(plan),
+      _file(file),
+      _palettes(palettes),
+      _texturesPlaced(texturesPlaced),
+      _obtain(std::move(obtain)),
+      _palettesOfReferences(planned().references.size()),
+      _referenceFailed(planned().references.size(), false) {
+    _result.file = file;
+}
+
+void FileAccess::install() {
+    osgDB::Registry* registry = osgDB::Registry::instance();
+    registry->setFindFileCallback(this);
+    registry->setReadFileCallback(this);
+    registry->setWriteFileCallback(this);
+}
+
+// What a file names is looked for from that file's folder, and never in the folder that happens to be the working
+// directory.
+std::string FileAccess::findDataFile(const std::string& name, const osgDB::Options*, osgDB::CaseSensitivity) {
+    const auto found = _finder.findTexture(planned().path.parent_path(), name);
+    if (found) return found->string();
+    if (_isReading) noteMissingTexture(name);
+    return {};
+}
+
+ReaderWriter::ReadResult FileAccess::readImage(const std::string& name, const osgDB::Options* options) {
+    ReaderWriter::ReadResult result = osgDB::ReadFileCallback::readImage(name, options);
+    if (!result.validImage()) noteMissingTexture(name);
+    return result;
+}
+
+void FileAccess::noteMissingTexture(const std::string& name) {
+    auto& missing = _result.texturesMissing;
+    if (std::find(missing.begin(), missing.end(), name) == missing.end()) missing.push_back(name);
+}
+
+ReaderWriter::ReadResult FileAccess::readNode(const std::string& name, const osgDB::Options* options) {
+    if (_wasRead) return readReferencedFile(name);
+    _wasRead = true;
+    return readPlannedFile(options);
+}
+
+ReaderWriter::ReadResult FileAccess::readPlannedFile(const osgDB::Options* options) {
+    if (onReaderOptions) onReaderOptions(options);
+    const osg::ref_ptr<osgDB::Options> withPalettes = copyOf(options);
+    withPalettes->setUserData(_palettes.get());
+    _isReading = true;
+    ReaderWriter::ReadResult result =
+        osgDB::Registry::instance()->readNodeImplementation(planned().path.string(), withPalettes.get());
+    _isReading = false;
+    _graph = result.getNode();
+    if (_graph) {
+        ReferenceRenamer renamer(*this);
+        _graph->accept(renamer);
+    }
+    if (afterReading) afterReading();
+    return result;
+}
+
+ReaderWriter::ReadResult FileAccess::readReferencedFile(const std::string& name) {
+    const auto followed = _followedReferences.find(name);
+    if (followed == _followedReferences.end()) return ReaderWriter::ReadResult::FILE_NOT_FOUND;
+
+    const std::size_t reference = followed->second;
+    const auto sphere = _obtain(planned().references[reference].target, _palettesOfReferences[reference].get());
+    if (!sphere) {
+        _referenceFailed[reference] = true;
+        return ReaderWriter::ReadResult::FILE_NOT_FOUND;
+    }
+    osg::ref_ptr<osg::Group> standIn = new osg::Group;
+    standIn->setInitialBound(*sphere);
+    return standIn.get();
+}
+
+ReaderWriter::WriteResult FileAccess::writeNode(const osg::Node& node, const std::string& name,
+                                                const osgDB::Options* options) {
+    // What stands in for a referenced file is not written: that file was written when it was converted.
+    if (&node != _graph) return ReaderWriter::WriteResult::FILE_SAVED;
+
+    if (beforeWriting) beforeWriting();
+    try {
+        writeWhole(*_graph, options);
+        return ReaderWriter::WriteResult::FILE_SAVED;
+    } catch (const std::exception& error) {
+        _result.problem = error.what();
+        _result.isOutputProblem = true;
+        return ReaderWriter::WriteResult(name + ": " + error.what());
+    }
+}
+
+void FileAccess::writeWhole(osg::Node& node, const osgDB::Options* options) {
+    ReaderWriter* writer = osgDB::Registry::instance()->getReaderWriterForExtension("ive");
+    if (!writer) throw OutputError("OpenSceneGraph's plug-in for .ive files is not installed");
+
+    // This process ends with this file, so the graph may keep the names that are meant for the file.
+    FinalNames names(*this);
+    node.accept(names);
+    nameTexturesRelatively(node);
+
+    const osg::ref_ptr<osgDB::Options> forWriting = copyOf(options);
+    forWriting->setDatabasePath(planned().output.parent_path().string());
+    forWriting->setPluginStringData("filename", planned().output.string());
+    WholeFile file(planned().output, _plan.options.overwrite);
+    const ReaderWriter::WriteResult result = writer->writeNode(node, file.stream(), forWriting.get());
+    file.stream().flush();
+    if (file.stream() && !result.success()) {
+        throw OutputError(planned().output.string() + ": OpenSceneGraph cannot write this graph as .ive");
+    }
+    _result.bytesOut = file.commit();
+    _result.written = true;
+}
+
+std::string FileAccess::finalName(std::size_t index) const {
+    const PlannedReference& reference = planned().references[index];
+    const fs::path folder = planned().output.parent_path();
+    if (reference.path.empty() || _referenceFailed[index]) return reference.storedName;
+    if (reference.target == noFile) return relativeName(reference.path, folder);
+    const PlannedFile& target = _plan.files[reference.target];
+    return relativeName(target.output.empty() ? target.identity : target.output, folder);
+}
+
+void FileAccess::nameTexturesRelatively(osg::Node& node) {
+    ImageCollector collector;
+    node.accept(collector);
+    for (const osg::ref_ptr<osg::Image>& image : collector.images) {
+        if (image->getWriteHint() == osg::Image::STORE_INLINE) continue;
+        std::error_code error;
+        const fs::path texture = fs::canonical(image->getFileName(), error);
+        if (error) {
+            image->setWriteHint(osg::Image::STORE_INLINE);  // it exists nowhere else
+            continue;
+        }
+        image->setFileName(relativeName(placeTexture(texture), planned().output.parent_path()));
+    }
+}
+
+fs::path FileAccess::placeTexture(const fs::path& texture) {
+    if (isBelow(texture, _plan.outputFolder)) return texture;
+
+    const fs::path place = freePlaceFor(texture);
+    const bool isNew = _texturesPlaced.emplace(place.string(), texture.string()).second;
+    if (isNew) {
+        if (!haveSameContent(texture, place)) copyTexture(texture, place);
+        _result.texturesPlaced[place.string()] = texture.string();
+    }
+    return place;
+}
+
+// The mirrored place, unless another texture of this database is there already.
+fs::path FileAccess::freePlaceFor(const fs::path& texture) const {
+    const fs::path mirrored = mirroredPath(_plan, texture);
+    fs::path place = mirrored;
+    const auto isTaken = [&] {
+        const auto placed = _texturesPlaced.find(place.string());
+        if (placed != _texturesPlaced.end()) return placed->second != texture.string();
+        return _plan.inputs.count(place) != 0;
+    };
+    for (int i = 2; isTaken(); ++i) {
+        place = mirrored.parent_path() /
+                (mirrored.stem().string() + "-" + std::to_string(i) + mirrored.extension().string());
+    }
+    return place;
+}
+
+void FileAccess::copyTexture(const fs::path& from, const fs::path& to) {
+    std::ifstream source(from, std::ios::binary);
+    if (!source) throw OutputError(from.string() + ": cannot be read");
+    WholeFile copy(to, _plan.options.overwrite);
+    if (fs::file_size(from) > 0) copy.stream() << source.rdbuf();
+    _result.textureBytesOut += copy.commit();
+}
+
+}  // namespace veltrane::sceneutils::tool

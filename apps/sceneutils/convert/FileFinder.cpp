@@ -1,0 +1,83 @@
+#include "FileFinder.h"
+
+#include <osgDB/FileUtils>
+
+#include <algorithm>
+
+namespace fs = std::filesystem;
+
+namespace veltrane::sceneutils::tool {
+
+namespace {
+
+bool isFile(const fs::path& path) {
+    std::error_code error;
+    const auto status = fs::status(path, error);
+    return fs::exists(status) && !fs::is_directory(status);
+}
+
+bool existsAt(const fs::path& path) {
+    std::error_code error;
+    return fs::exists(path, error);
+}
+
+}  // namespace
+
+std::string toLowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return text;
+}
+
+std::optional<fs::path> FileFinder::find(const fs::path& folder, const std::string& name) {
+    if (name.empty()) return std::nullopt;
+    if (isFile(folder / name)) return folder / name;
+
+    std::string withSlashes = name;
+    std::replace(withSlashes.begin(), withSlashes.end(), '\\', '/');
+    return findIgnoringCase(folder, withSlashes);
+}
+
+std::optional<fs::path> FileFinder::findTexture(const fs::path& folder, const std::string& name) {
+    const std::string bareName = name.substr(name.find_last_of("/\\") + 1);
+    if (const auto found = find(folder, name)) return found;
+    if (const auto found = find(folder, bareName)) return found;
+    for (const std::string& dataFolder : osgDB::getDataFilePathList()) {
+        if (const auto found = find(fs::absolute(dataFolder), name)) return found;
+        if (const auto found = find(fs::absolute(dataFolder), bareName)) return found;
+    }
+    return std::nullopt;
+}
+
+std::optional<fs::path> FileFinder::findIgnoringCase(const fs::path& folder, const fs::path& name) {
+    fs::path found = name.is_absolute() ? name.root_path() : folder;
+    for (const fs::path& part : name.relative_path()) {
+        if (part.empty() || part == ".") continue;
+        if (existsAt(found / part)) {
+            found /= part;
+            continue;
+        }
+        const NamesByLowerCase& names = listing(found);
+        const auto match = names.find(toLowerCase(part.string()));
+        if (match == names.end()) return std::nullopt;
+        found /= match->second;
+    }
+    if (!isFile(found)) return std::nullopt;
+    return found;
+}
+
+const FileFinder::NamesByLowerCase& FileFinder::listing(const fs::path& folder) {
+    const auto [entry, isNew] = _listings.try_emplace(folder);
+    if (!isNew) return entry->second;
+
+    std::error_code error;
+    for (fs::directory_iterator i(folder.empty() ? fs::path(".") : folder, error), end; !error && i != end;
+         i.increment(error)) {
+        const std::string name = i->path().filename().string();
+        std::string& known = entry->second[toLowerCase(name)];
+        if (known.empty() || name < known) known = name;
+    }
+    return entry->second;
+}
+
+}  // namespace veltrane::sceneutils::tool

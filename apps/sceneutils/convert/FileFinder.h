@@ -1,0 +1,40 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+namespace veltrane::sceneutils::tool {
+
+/**
+ * Finds the files that a database names, as they were written on any system: with '/' or '\' between folders, and in
+ * another letter case than on disk. Where several names differ in case only, the exact one wins, then the first by
+ * name. Remembers folder listings, so one finder should see the database unchanged.
+ */
+class FileFinder {
+public:
+    /** The file called `name` as seen from `folder`; nothing is looked for anywhere else. Folders are not files. */
+    std::optional<std::filesystem::path> find(const std::filesystem::path& folder, const std::string& name);
+
+    /**
+     * The same for a texture, which may also lie beside the file that names it (databases are handed on with absolute
+     * paths of another machine in them) or on osgDB's data file path.
+     */
+    std::optional<std::filesystem::path> findTexture(const std::filesystem::path& folder, const std::string& name);
+
+private:
+    using NamesByLowerCase = std::unordered_map<std::string, std::string>;
+
+    std::optional<std::filesystem::path> findIgnoringCase(const std::filesystem::path& folder,
+                                                          const std::filesystem::path& name);
+    const NamesByLowerCase& listing(const std::filesystem::path& folder);
+
+    std::map<std::filesystem::path, NamesByLowerCase> _listings;
+};
+
+/** ASCII letters in lower case, everything else as it is. */
+std::string toLowerCase(std::string text);
+
+}  // namespace veltrane::sceneutils::tool

@@ -1,0 +1,202 @@
+#include "FlightFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <optional>
+
+namespace veltrane::sceneutils::tool {
+
+namespace {
+
+enum Opcode : unsigned int {
+    headerOpcode = 1,
+    pushLevelOpcode = 10,
+    popLevelOpcode = 11,
+    colorPaletteOpcode = 32,
+    externalReferenceOpcode = 63,
+    texturePaletteOpcode = 64,
+    oldMaterialPaletteOpcode = 66,
+    vertexPaletteOpcode = 67,
+    lightSourcePaletteOpcode = 102,
+    materialPaletteOpcode = 113,
+    lightPointAppearancePaletteOpcode = 128,
+    shaderPaletteOpcode = 133
+};
+
+// Offsets from the start of a record, whose first four bytes are its opcode and its length.
+constexpr std::size_t recordHeaderSize = 4;
+constexpr std::size_t formatRevisionOffset = 12;
+constexpr std::size_t vertexPaletteSizeOffset = 4;
+constexpr std::size_t nameOffset = 4;
+constexpr std::size_t nameSize = 200;
+constexpr std::size_t referenceFlagsOffset = 208;
+
+constexpr std::uint32_t allPalettesOwn = 0xffffffffu;
+// Files of this revision were written with flags that mean nothing; OpenSceneGraph ignores them too.
+constexpr std::uint32_t revisionWithBadFlags = 1541;
+
+/** How a reference's flags speak of one palette: a clear bit means the parent's, in files from that revision on. */
+struct PaletteFlag {
+    std::uint32_t ownBit;
+    std::uint32_t sinceRevision;
+};
+constexpr PerPalette<PaletteFlag> paletteFlags = {{
+    {0x80000000u >> 0, 1420},  // Color
+    {0x80000000u >> 1, 1420},  // Material
+    {0x80000000u >> 2, 1420},  // Texture
+    {0x80000000u >> 5, 1510},  // LightSource
+    {0x80000000u >> 6, 1580},  // LightPointAppearance
+    {0x80000000u >> 7, 1600},  // Shader
+}};
+
+std::optional<Palette> paletteOf(unsigned int opcode) {
+    switch (opcode) {
+        case colorPaletteOpcode:
+            return Palette::Color;
+        case materialPaletteOpcode:
+        case oldMaterialPaletteOpcode:
+            return Palette::Material;
+        case texturePaletteOpcode:
+            return Palette::Texture;
+        case lightSourcePaletteOpcode:
+            return Palette::LightSource;
+        case lightPointAppearancePaletteOpcode:
+            return Palette::LightPointAppearance;
+        case shaderPaletteOpcode:
+            return Palette::Shader;
+        default:
+            return std::nullopt;
+    }
+}
+
+/** A stretch of the file's bytes; big-endian numbers are read from it, nothing beyond its end. */
+class Bytes {
+public:
+    Bytes(const char* data, std::size_t size) : _data(data), _size(size) {}
+
+    std::size_t size() const { return _size; }
+    Bytes from(std::size_t offset) const { return {_data + offset, _size - offset}; }
+    Bytes first(std::size_t count) const { return {_data, std::min(count, _size)}; }
+
+    std::uint32_t number(std::size_t offset, std::size_t width, std::uint32_t ifAbsent = 0) const {
+        if (offset + width > _size) return ifAbsent;
+        std::uint32_t value = 0;
+        for (std::size_t i = 0; i < width; ++i) value = (value << 8) | static_cast<unsigned char>(_data[offset + i]);
+        return value;
+    }
+
+    std::string text(std::size_t offset, std::size_t maximum) const {
+        if (offset >= _size) return {};
+        const char* begin = _data + offset;
+        const char* end = begin + std::min(maximum, _size - offset);
+        return {begin, std::find(begin, end, '\0')};
+    }
+
+    /** FNV-1a, continued from `hash`. */
+    std::uint64_t hash(std::uint64_t hash) const {
+        for (std::size_t i = 0; i < _size; ++i) hash = (hash ^ static_cast<unsigned char>(_data[i])) * 0x100000001b3u;
+        return hash;
+    }
+    static constexpr std::uint64_t emptyHash = 0xcbf29ce484222325u;
+
+private:
+    const char* _data;
+    std::size_t _size;
+};
+
+class Scan {
+public:
+    FlightFile run(const Bytes& file) {
+        _result.bytes = file.size();
+        if (file.number(0, 2) != headerOpcode) throw FlightFileError("not an OpenFlight file");
+
+        std::size_t position = 0;
+        while (!_done) position += record(file.from(position), position);
+        return _result;
+    }
+
+private:
+    /** Looks at the record at the beginning of `rest` and returns its length. */
+    std::size_t record(const Bytes& rest, std::size_t position) {
+        // The last record closes the last level; after it a file may go on with anything. A file that has no levels
+        // ends with its last byte, or with padding.
+        const std::size_t length = rest.number(2, 2);
+        if (length == 0) {
+            if (_level > 0) throw FlightFileError("truncated: ends after " + std::to_string(position) + " bytes");
+            _done = true;
+            return 0;
+        }
+
+        const unsigned int opcode = rest.number(0, 2);
+        const std::size_t wholeLength = opcode == vertexPaletteOpcode
+                                            ? std::max<std::size_t>(length, rest.number(vertexPaletteSizeOffset, 4))
+                                            : length;
+        if (length < recordHeaderSize) {
+            throw FlightFileError("damaged: impossible record length at byte " + std::to_string(position));
+        }
+        if (wholeLength > rest.size()) {
+            throw FlightFileError("truncated: ends inside the record at byte " + std::to_string(position));
+        }
+        look(opcode, rest.first(length));
+        return wholeLength;
+    }
+
+    void look(unsigned int opcode, const Bytes& record) {
+        if (opcode == headerOpcode) _revision = record.number(formatRevisionOffset, 4);
+        if (opcode == pushLevelOpcode) ++_level;
+        if (opcode == popLevelOpcode && --_level <= 0) _done = true;
+        if (opcode == externalReferenceOpcode) _result.references.push_back(reference(record));
+        if (opcode == texturePaletteOpcode) _result.textures.push_back(record.text(nameOffset, nameSize));
+        if (const auto palette = paletteOf(opcode)) {
+            std::uint64_t& hash = _result.paletteHashes[static_cast<std::size_t>(*palette)];
+            hash = record.hash(hash == 0 ? Bytes::emptyHash : hash);
+        }
+    }
+
+    FlightReference reference(const Bytes& record) const {
+        FlightReference result;
+        result.name = record.text(nameOffset, nameSize);
+        const std::uint32_t flags =
+            _revision == revisionWithBadFlags ? allPalettesOwn : record.number(referenceFlagsOffset, 4, allPalettesOwn);
+        for (std::size_t i = 0; i < paletteKinds; ++i) {
+            result.takesParents[i] =
+                _revision >= paletteFlags[i].sinceRevision && (flags & paletteFlags[i].ownBit) == 0;
+        }
+        return result;
+    }
+
+    FlightFile _result;
+    std::uint32_t _revision = 0;
+    int _level = 0;
+    bool _done = false;
+};
+
+std::string readWhole(const std::filesystem::path& path) {
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    if (status.type() == std::filesystem::file_type::not_found) throw FlightFileError("no such file");
+    if (error) throw FlightFileError(error.message());
+    if (std::filesystem::is_directory(status)) throw FlightFileError("is a folder");
+    if (!std::filesystem::is_regular_file(status)) throw FlightFileError("is not a regular file");
+
+    errno = 0;
+    std::ifstream stream(path, std::ios::binary);
+    std::string bytes(std::filesystem::file_size(path, error), '\0');
+    stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (error || !stream) {
+        throw FlightFileError(errno != 0 ? std::strerror(errno) : "cannot be read");
+    }
+    if (bytes.empty()) throw FlightFileError("empty file");
+    return bytes;
+}
+
+}  // namespace
+
+FlightFile scanFlightFile(const std::filesystem::path& path) {
+    const std::string bytes = readWhole(path);
+    return Scan().run({bytes.data(), bytes.size()});
+}
+
+}  // namespace veltrane::sceneutils::tool

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace veltrane::sceneutils::tool {
+
+/** The palettes that an OpenFlight file can take over from the file that refers to it. */
+enum class Palette { Color, Material, Texture, LightSource, LightPointAppearance, Shader };
+constexpr std::size_t paletteKinds = 6;
+
+/** One value for each kind of palette. */
+template <typename T>
+using PerPalette = std::array<T, paletteKinds>;
+
+/** An external-reference record. */
+struct FlightReference {
+    std::string name;                 ///< the file name as it is stored
+    PerPalette<bool> takesParents{};  ///< which of the referring file's palettes the referenced file takes
+};
+
+/**
+ * What a conversion must know of an OpenFlight file before it is read by OpenSceneGraph: whether its records are whole,
+ * which files it refers to, and which palettes it brings.
+ *
+ * OpenSceneGraph reads a file that was cut short as if that were all of it, and does not tell which palettes a
+ * reference takes from its parent.
+ */
+struct FlightFile {
+    std::vector<FlightReference> references;    ///< in file order
+    std::vector<std::string> textures;          ///< as the texture palette names them
+    PerPalette<std::uint64_t> paletteHashes{};  ///< of the palette records' bytes; 0: the file has no such palette
+    std::uintmax_t bytes = 0;
+};
+
+/** Says in a few words why a file is no whole OpenFlight file. */
+class FlightFileError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/** Walks the file's records. Throws FlightFileError; nothing in a file can make it read out of bounds. */
+FlightFile scanFlightFile(const std::filesystem::path& path);
+
+}  // namespace veltrane::sceneutils::tool

@@ -1,0 +1,93 @@
+#include "WholeFile.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace veltrane::sceneutils::tool {
+
+namespace {
+
+// A plain array, because a signal handler reads it.
+char unfinishedFile[PATH_MAX] = "";
+
+void rememberUnfinishedFile(const fs::path& path) {
+    unfinishedFile[0] = '\0';
+    const std::string name = path.string();
+    if (name.size() < sizeof unfinishedFile) std::strcpy(unfinishedFile, name.c_str());
+}
+
+[[noreturn]] void fail(const fs::path& path, const std::string& reason) {
+    throw OutputError(path.string() + ": " + reason);
+}
+
+// Atomic where the file system can do it; what appeared at `to` since it was checked stays.
+bool renameWithoutOverwriting(const fs::path& from, const fs::path& to) {
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+    if (errno != EINVAL && errno != ENOSYS) return false;
+    if (access(to.c_str(), F_OK) == 0) {
+        errno = EEXIST;
+        return false;
+    }
+    return std::rename(from.c_str(), to.c_str()) == 0;
+}
+
+}  // namespace
+
+void checkOutputPath(const fs::path& path, bool mayOverwrite) {
+    std::error_code error;
+    const auto status = fs::symlink_status(path, error);
+    if (fs::is_directory(path, error)) fail(path, "is a folder");
+    if (fs::exists(status) && !mayOverwrite) fail(path, "exists already; pass --overwrite to replace it");
+}
+
+fs::path WholeFile::temporaryPath(const fs::path& path, int pid) {
+    return path.parent_path() / ("." + path.filename().string() + ".part-" + std::to_string(pid));
+}
+
+WholeFile::WholeFile(const fs::path& path, bool mayOverwrite)
+    : _path(path), _temporaryPath(temporaryPath(path, getpid())), _mayOverwrite(mayOverwrite) {
+    checkOutputPath(path, mayOverwrite);
+
+    std::error_code error;
+    if (path.has_parent_path()) fs::create_directories(path.parent_path(), error);
+    if (error) fail(path.parent_path(), "cannot make the folder: " + error.message());
+
+    rememberUnfinishedFile(_temporaryPath);
+    errno = 0;
+    _stream.open(_temporaryPath, std::ios::binary | std::ios::trunc);
+    if (!_stream) fail(path, std::string("cannot be written: ") + std::strerror(errno));
+}
+
+WholeFile::~WholeFile() {
+    _stream.close();
+    removeUnfinishedFile();
+}
+
+std::uintmax_t WholeFile::commit() {
+    errno = 0;
+    _stream.close();
+    if (!_stream) fail(_path, std::string("not all of it could be written: ") + std::strerror(errno));
+
+    std::error_code error;
+    const std::uintmax_t bytes = fs::file_size(_temporaryPath, error);
+    if (error) fail(_path, "cannot be written: " + error.message());
+
+    const bool renamed = _mayOverwrite ? std::rename(_temporaryPath.c_str(), _path.c_str()) == 0
+                                       : renameWithoutOverwriting(_temporaryPath, _path);
+    if (!renamed) fail(_path, std::string("cannot be written: ") + std::strerror(errno));
+    unfinishedFile[0] = '\0';
+    return bytes;
+}
+
+void removeUnfinishedFile() {
+    if (unfinishedFile[0] != '\0') unlink(unfinishedFile);
+    unfinishedFile[0] = '\0';
+}
+
+}  // namespace veltrane::sceneutils::tool

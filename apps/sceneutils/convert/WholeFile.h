@@ -1,0 +1,51 @@
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+namespace veltrane::sceneutils::tool {
+
+/** Says why an output could not be written. The message names the file. */
+class OutputError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/**
+ * An output file that comes into being whole or not at all: it is written under a temporary name beside its place, and
+ * renamed by commit(). Without commit() it is removed. Missing folders are made.
+ *
+ * One may be open at a time in a process: what removeUnfinishedFile() refers to.
+ */
+class WholeFile {
+public:
+    /** @throws OutputError if `path` exists and may not be overwritten, is a folder, or cannot be made */
+    WholeFile(const std::filesystem::path& path, bool mayOverwrite);
+    ~WholeFile();
+    WholeFile(const WholeFile&) = delete;
+    WholeFile& operator=(const WholeFile&) = delete;
+
+    std::ostream& stream() { return _stream; }
+
+    /** Puts the file in its place and returns its size in bytes. @throws OutputError if not all of it was written */
+    std::uintmax_t commit();
+
+    /** The name under which the process `pid` writes a file before it is whole. */
+    static std::filesystem::path temporaryPath(const std::filesystem::path& path, int pid);
+
+private:
+    std::filesystem::path _path;
+    std::filesystem::path _temporaryPath;
+    bool _mayOverwrite;
+    std::ofstream _stream;
+};
+
+/** @throws OutputError if an output cannot come to lie at `path`; what WholeFile would say. */
+void checkOutputPath(const std::filesystem::path& path, bool mayOverwrite);
+
+/** Removes the file that is being written, if there is one. May be called from a signal handler. */
+void removeUnfinishedFile();
+
+}  // namespace veltrane::sceneutils::tool
