@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, makes a sample database, converts it and says how to look at it.
+#
+#     scripts/quickstart.sh [FOLDER]      FOLDER: where the databases go, a new or empty one
+#                                         (default: build/quickstart, which is emptied first)
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+if [ $# -eq 0 ]; then rm -rf build/quickstart; fi
+folder=${1:-build/quickstart}
+
+scripts/install-dependencies.sh
+cmake --preset release -DSCENEUTILS_BUILD_TESTS=OFF -DSCENEUTILS_BUILD_BENCHMARKS=OFF >/dev/null
+cmake --build --preset release --target sceneutils
+tool=build/release/apps/sceneutils/sceneutils
+
+echo "== A sample OpenFlight database"
+"$tool" sample "$folder/openflight" --tiles 16 --levels 3
+echo "== Converted into a paged database"
+"$tool" convert "$folder/openflight/master.flt" "$folder/paged/world.ive" --recurse
+
+cat <<TEXT
+== What there is now
+$folder/paged is a database by itself: world.ive, one .ive file for each model in the folders that the models had, and
+the textures. Move or copy the folder as you like. To fly around in it (package openscenegraph):
+
+    osgviewer $folder/paged/world.ive
+TEXT
