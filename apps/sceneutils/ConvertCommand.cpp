@@ -7,6 +7,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <iostream>
 #include <memory>
@@ -26,9 +28,22 @@ struct ConvertArguments {
     bool noSmooth = false;
 };
 
+pid_t processOfTheUser = 0;
+
+// The processes that convert the files have this handler too, and end with the one that the user started.
 extern "C" void endOnSignal(int) {
+    constexpr char message[] = "sceneutils: interrupted\n";
     removeUnfinishedFile();
+    if (getpid() == processOfTheUser && write(STDERR_FILENO, message, sizeof message - 1) < 0) {
+        // There is nobody left to tell.
+    }
     _exit(static_cast<int>(ExitStatus::Interrupted));
+}
+
+std::string checkRange(const std::string& text) {
+    float range = 0.0f;
+    const bool isGood = CLI::detail::lexical_cast(text, range) && std::isfinite(range) && range >= 0.0f;
+    return isGood ? std::string() : "'" + text + "' is no number of at least 0";
 }
 
 /** Tells what fails as soon as it does, and on a terminal how far the conversion has come. */
@@ -102,6 +117,7 @@ ExitStatus runConvert(const ConvertArguments& arguments) {
     const ConversionPlan plan = planConversion(options);
     try {
         checkReportPath(plan, arguments.report);
+        processOfTheUser = getpid();
         std::signal(SIGINT, endOnSignal);
         std::signal(SIGTERM, endOnSignal);
 
@@ -135,7 +151,7 @@ void addConvertCommand(CLI::App& app, ExitStatus& result) {
     command
         ->add_option("--max-range", options.maxRange,
                      "How far beyond its bounding radius a referenced file is seen, in the database's length unit")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Validator(checkRange, ">=0"))
         ->capture_default_str();
     command->add_flag("--no-smooth", arguments->noSmooth, "Leave normals as they are");
     command->add_flag("--overwrite", options.overwrite, "Replace outputs that exist; inputs are never touched");

@@ -229,7 +229,7 @@ private:
 
     fs::path _root;
     SampleSummary& _summary;
-    osg::ref_ptr<osgDB::Options> _options = new osgDB::Options(getenv("TD")?getenv("TD"):"");
+    osg::ref_ptr<osgDB::Options> _options = new osgDB::Options(getenv("TD") ? getenv("TD") : "");
 };
 
 /** The ground: a height for every place of the whole grid, so that neighbouring tiles meet. */

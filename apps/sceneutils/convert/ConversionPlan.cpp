@@ -47,7 +47,7 @@ public:
         if (toLowerCase(options.output.extension().string()) != pagedExtension) {
             throw CommandError(ExitStatus::Usage, options.output.string() + ": the output's name must end in .ive");
         }
-        if (toLowerCase(options.input.extension().string()) != modelExtension) {
+        if (fs::is_regular_file(options.input) && toLowerCase(options.input.extension().string()) != modelExtension) {
             throw CommandError(ExitStatus::NotSupported,
                                options.input.string() + ": only OpenFlight files (.flt) can be converted");
         }
