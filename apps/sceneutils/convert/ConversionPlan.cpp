@@ -44,6 +44,7 @@ public:
 
     ConversionPlan run() {
         const ConversionOptions& options = _plan.options;
+        if (options.input.empty()) throw CommandError(ExitStatus::Usage, "INPUT is an empty name");
         if (toLowerCase(options.output.extension().string()) != pagedExtension) {
             throw CommandError(ExitStatus::Usage, options.output.string() + ": the output's name must end in .ive");
         }

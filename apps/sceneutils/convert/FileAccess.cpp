@@ -136,7 +136,7 @@ FileAccess::FileAccess(const ConversionPlan& plan, std::size_t file, osg::Refere
       _texturesPlaced(texturesPlaced),
       _obtain(std::move(obtain)),
       _palettesOfReferences(planned().references.size()),
-      _referenceFailed(planned().references.size(), false) {
+      _outcomes(planned().references.size(), Outcome::NotAskedFor) {
     _result.file = file;
 }
 
@@ -196,10 +196,9 @@ ReaderWriter::ReadResult FileAccess::readReferencedFile(const std::string& name)
 
     const std::size_t reference = followed->second;
     const auto sphere = _obtain(planned().references[reference].target, _palettesOfReferences[reference].get());
-    if (!sphere) {
-        _referenceFailed[reference] = true;
-        return ReaderWriter::ReadResult::FILE_NOT_FOUND;
-    }
+    _outcomes[reference] = sphere ? Outcome::Obtained : Outcome::Failed;
+    if (!sphere) return ReaderWriter::ReadResult::FILE_NOT_FOUND;
+
     osg::ref_ptr<osg::Group> standIn = new osg::Group;
     standIn->setInitialBound(*sphere);
     return standIn.get();
@@ -246,8 +245,8 @@ void FileAccess::writeWhole(osg::Node& node, const osgDB::Options* options) {
 std::string FileAccess::finalName(std::size_t index) const {
     const PlannedReference& reference = planned().references[index];
     const fs::path folder = planned().output.parent_path();
-    if (reference.path.empty() || _referenceFailed[index]) return reference.storedName;
-    if (reference.target == noFile) return relativeName(reference.path, folder);
+    if (reference.path.empty() || _outcomes[index] == Outcome::Failed) return reference.storedName;
+    if (_outcomes[index] == Outcome::NotAskedFor) return relativeName(reference.path, folder);
     const PlannedFile& target = _plan.files[reference.target];
     return relativeName(target.output.empty() ? target.identity : target.output, folder);
 }

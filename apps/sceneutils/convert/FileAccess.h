@@ -76,6 +76,9 @@ protected:
     ~FileAccess() override = default;
 
 private:
+    /** What the library has made of a reference: it passes over those in parts of the graph that are switched off. */
+    enum class Outcome { NotAskedFor, Obtained, Failed };
+
     class ReferenceRenamer;
     class FinalNames;
 
@@ -101,7 +104,7 @@ private:
     bool _isReading = false;
     std::map<std::string, std::size_t> _followedReferences;  ///< by the names that they were given
     std::vector<osg::ref_ptr<osg::Referenced>> _palettesOfReferences;
-    std::vector<bool> _referenceFailed;
+    std::vector<Outcome> _outcomes;  ///< of the references
     FileResult _result;
 };
 
