@@ -2,15 +2,17 @@
 
 #include <log4cpp/Category.hh>
 
-#include <algorithm>
 #include <iostream>
+#include <mutex>
 
 namespace veltrane::logging {
 
 namespace {
 
+// An appender on the category or anywhere above it shows that the application has set logging up. That the category may
+// be cut off from those above (its additivity) is part of what was set up, and no reason to write elsewhere.
 bool isConfigured(log4cpp::Category& category) {
-    for (log4cpp::Category* c = &category; c; c = c->getAdditivity() ? c->getParent() : nullptr) {
+    for (log4cpp::Category* c = &category; c; c = c->getParent()) {
         if (c->getAppender()) return true;
     }
     return false;
@@ -25,9 +27,13 @@ int unconfiguredThreshold(log4cpp::Category& category) {
     return Logger::WARN;
 }
 
-std::string onOneLine(std::string text) {
-    std::replace(text.begin(), text.end(), '\n', ' ');
-    return text;
+void writeLine(std::string text) {
+    for (char& c : text) {
+        if (c == '\n' || c == '\r') c = ' ';
+    }
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
+    std::cerr << text + "\n";
 }
 
 }  // namespace
@@ -56,8 +62,7 @@ void Logger::log(log4cpp::Category* category, _Level level, const std::string& f
         category->log(level, record);
         return;
     }
-    const std::string& levelName = log4cpp::Priority::getPriorityName(level);
-    std::cerr << levelName + " " + category->getName() + " " + onOneLine(record) + "\n";
+    writeLine(log4cpp::Priority::getPriorityName(level) + " " + category->getName() + " " + record);
 }
 
 }  // namespace veltrane::logging

@@ -11,10 +11,14 @@ namespace veltrane::logging {
 /**
  * The process-wide logger: named categories and numeric levels, on log4cpp.
  *
- * As long as the application has configured nothing, records of level WARN and worse go to standard error, one line
- * each: level, category, file:line and message. As soon as log4cpp has an appender for a category (its own or
- * inherited, set up in code or from a configuration file), that configuration decides instead: its priorities say what
- * is written, its appenders where, its layouts how. The message they get is "FILE:LINE: MESSAGE".
+ * As long as the application has configured nothing, records of level WARN and worse go to std::cerr, one line each:
+ * level, category, file:line and message (line breaks in it become blanks). A priority that was set on the category or
+ * on one above it, other than the root, replaces WARN.
+ *
+ * As soon as log4cpp has an appender for a category (its own or one of a category above it, set up in code or from a
+ * configuration file, before or after the first record), that configuration decides instead: its priorities say what is
+ * written, its appenders where, its layouts how. The message they get is "FILE:LINE: MESSAGE". Nothing else is written
+ * then, not even if the category's additivity keeps its records from all appenders.
  *
  * The four operations are defined in a shared library of their own, so an application can load another one in its
  * place. instance() works during static initialisation. All operations may be called from several threads.

@@ -1,0 +1,88 @@
+// A program of a user of the installed library: nothing but what an installation offers is in its reach.
+
+#include <sceneutils/ChangeTextureExtension.h>
+#include <sceneutils/CreatePagedLODVisitor.h>
+#include <sceneutils/Export.h>
+#include <sceneutils/ForceTextureFilter.h>
+#include <sceneutils/SceneUtils.h>
+#include <sceneutils/ShaderGenerator.h>
+#include <sceneutils/StateSetVisitor.h>
+#include <sceneutils/TextureVisitor.h>
+
+#include <osg/Geode>
+#include <osg/Geometry>
+#include <osg/Image>
+#include <osg/Texture2D>
+
+#include <iostream>
+#include <string>
+
+using namespace veltrane::sceneutils;
+
+namespace {
+
+class StateSetCounter : public StateSetVisitor {
+public:
+    using StateSetVisitor::apply;
+    void apply(osg::StateSet&) override { ++count; }
+    int count = 0;
+};
+
+class TextureCounter : public TextureVisitor {
+public:
+    using TextureVisitor::apply;
+    void apply(osg::Texture&) override { ++count; }
+    int count = 0;
+};
+
+osg::ref_ptr<osg::Geode> makeModel(osg::Texture* texture) {
+    osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    geode->addDrawable(osg::createTexturedQuadGeometry(osg::Vec3(), osg::X_AXIS, osg::Y_AXIS));
+    geode->getOrCreateStateSet()->setTextureAttributeAndModes(0, texture);
+    return geode;
+}
+
+template <typename Counter>
+int countIn(osg::Node& node) {
+    Counter counter;
+    node.accept(counter);
+    return counter.count;
+}
+
+int failures = 0;
+
+void expect(bool fulfilled, const std::string& expectation) {
+    if (fulfilled) return;
+    std::cerr << "consumer: expected that " << expectation << "\n";
+    ++failures;
+}
+
+}  // namespace
+
+int main() {
+    osg::ref_ptr<osg::Image> image = new osg::Image;
+    image->setFileName("wall.rgb");
+    osg::ref_ptr<osg::Texture2D> texture = new osg::Texture2D(image);
+    osg::ref_ptr<osg::Geode> model = makeModel(texture);
+
+    expect(countIn<StateSetCounter>(*model) == 1, "the state set is visited");
+    expect(countIn<TextureCounter>(*model) == 1, "the texture is visited");
+
+    ForceTextureFilter filter(osg::Texture::NEAREST);
+    model->accept(filter);
+    expect(texture->getFilter(osg::Texture::MIN_FILTER) == osg::Texture::NEAREST, "the filter is forced");
+
+    ChangeTextureExtension::process(model, "rgb", "dds");
+    expect(image->getFileName() == "wall.dds", "the image is renamed");
+
+    ShaderGenerator::instance()->process(model, false, false, false, true);
+    expect(model->getStateSet()->getAttribute(osg::StateAttribute::PROGRAM), "the model gets a program");
+
+    expect(loadShader("no such file.frag", osg::Shader::FRAGMENT)->getNumShaders() == 0,
+           "a missing shader is not loaded");
+
+    CreatePagedLODVisitor converter(nullptr);
+    expect(!converter.convert("no such file.flt", "not written.ive"), "a missing file is not converted");
+
+    return failures == 0 ? 0 : 1;
+}
