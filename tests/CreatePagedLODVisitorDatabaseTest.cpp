@@ -10,6 +10,7 @@
 
 #include <gmock/gmock.h>
 
+#include <osg/MatrixTransform>
 #include <osg/PagedLOD>
 #include <osg/Program>
 #include <osgDB/ObjectCache>
@@ -26,14 +27,16 @@ namespace {
 
 using namespace testing_support;
 using testing::AllOf;
-using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 using testing::Not;
 using testing::SizeIs;
 using veltrane::sceneutils::CreatePagedLODVisitor;
 using veltrane::sceneutils::ShaderGenerator;
+
+using Page = std::pair<std::string, float>;
 
 // A database in a temporary folder that is the working directory, so that files have bare names.
 class PagedDatabase : public testing::Test {
@@ -49,7 +52,14 @@ protected:
     // The PagedLODs of a written file.
     static std::vector<osg::ref_ptr<osg::PagedLOD>> pagesIn(const std::string& name) {
         const osg::ref_ptr<osg::Node> root = load(name);
-        return root ? findAll<osg::PagedLOD>(*root) : std::vector<osg::ref_ptr<osg::PagedLOD>>();
+        return findAll<osg::PagedLOD>(root);
+    }
+
+    // What they load, and from how far.
+    static std::vector<Page> namesAndRangesIn(const std::string& name) {
+        std::vector<Page> pages;
+        for (const auto& page : pagesIn(name)) pages.emplace_back(page->getFileName(0), page->getMaxRange(0));
+        return pages;
     }
 
     void save(osg::Node& node, const std::string& name = "saved.ive") {
@@ -113,8 +123,8 @@ TEST_F(PagedDatabase, ReportsAnUnreadableReferenceForEveryProxyWhileRecursing) {
     const std::string attempt = "Converting gone.flt\nError reading file gone.flt\ndone convert\n";
 
     EXPECT_EQ("Converting world.flt\n" + attempt + attempt + "Saving world.ive\ndone convert\n", convert());
-    EXPECT_THAT(findAll<osg::PagedLOD>(*converted), IsEmpty());
-    EXPECT_THAT(findAll<osg::ProxyNode>(*converted), SizeIs(2));
+    EXPECT_THAT(findAll<osg::PagedLOD>(converted), IsEmpty());
+    EXPECT_THAT(findAll<osg::ProxyNode>(converted), SizeIs(2));
     EXPECT_FALSE(std::filesystem::exists("gone.ive"));
 }
 
@@ -123,8 +133,8 @@ TEST_F(PagedDatabase, PassesOverAnUnreadableReferenceInSilenceWithoutRecursion) 
     visitor.setConvertExRefsToIVE(true);
 
     EXPECT_EQ("Converting world.flt\nSaving world.ive\ndone convert\n", convert());
-    EXPECT_THAT(findAll<osg::PagedLOD>(*converted), IsEmpty());
-    EXPECT_THAT(findAll<osg::ProxyNode>(*converted), SizeIs(1));
+    EXPECT_THAT(findAll<osg::PagedLOD>(converted), IsEmpty());
+    EXPECT_THAT(findAll<osg::ProxyNode>(converted), SizeIs(1));
 }
 
 TEST_F(PagedDatabase, ReturnsTheGraphThatItWrote) {
@@ -135,9 +145,9 @@ TEST_F(PagedDatabase, ReturnsTheGraphThatItWrote) {
 
     ASSERT_TRUE(converted);
     EXPECT_EQ(1, converted->referenceCount());
-    const auto pages = findAll<osg::PagedLOD>(*converted);
+    const auto pages = findAll<osg::PagedLOD>(converted);
     ASSERT_THAT(pages, SizeIs(1));
-    EXPECT_THAT(findAll<osg::ProxyNode>(*pages[0]), SizeIs(1));
+    EXPECT_THAT(findAll<osg::ProxyNode>(pages[0]), SizeIs(1));
     EXPECT_EQ(converted->getBound(), load("world.ive")->getBound());
 }
 
@@ -167,20 +177,14 @@ TEST_F(PagedDatabase, HasAQuarterOfTheRangeAtEveryLevelDown) {
 
     convert();
 
-    const auto top = pagesIn("world.ive"), middle = pagesIn("a.ive"), bottom = pagesIn("b.ive");
-    ASSERT_TRUE(top.size() == 1 && middle.size() == 1 && bottom.size() == 1);
-    EXPECT_EQ("a.ive", top[0]->getFileName(0));
-    EXPECT_FLOAT_EQ(10050, top[0]->getMaxRange(0));
-    EXPECT_EQ("b.ive", middle[0]->getFileName(0));
-    EXPECT_FLOAT_EQ(2525, middle[0]->getMaxRange(0));
-    EXPECT_EQ("c.ive", bottom[0]->getFileName(0));
-    EXPECT_FLOAT_EQ(630, bottom[0]->getMaxRange(0));
+    EXPECT_THAT(namesAndRangesIn("world.ive"), ElementsAre(Page("a.ive", 10050)));
+    EXPECT_THAT(namesAndRangesIn("a.ive"), ElementsAre(Page("b.ive", 2525)));
+    EXPECT_THAT(namesAndRangesIn("b.ive"), ElementsAre(Page("c.ive", 630)));
     EXPECT_THAT(pagesIn("c.ive"), IsEmpty());
 }
 
 bool hasNormals(const std::string& name) {
-    const osg::ref_ptr<osg::Node> root = osgDB::readRefNodeFile(name);
-    const auto geometries = findAll<osg::Geometry>(*root);
+    const auto geometries = findAll<osg::Geometry>(osgDB::readRefNodeFile(name));
     return !geometries.empty() && std::all_of(geometries.begin(), geometries.end(),
                                               [](const auto& geometry) { return geometry->getNormalArray(); });
 }
@@ -227,7 +231,7 @@ TEST_F(PagedDatabase, LeavesReferencesOfReferencesUnpagedWithoutRecursion) {
 
     EXPECT_THAT(requests.names(), ElementsAre("world.flt", "tile.flt"));
     EXPECT_THAT(pagesIn("tile.ive"), IsEmpty());
-    EXPECT_THAT(findAll<osg::ProxyNode>(*load("tile.ive")), SizeIs(1));
+    EXPECT_THAT(findAll<osg::ProxyNode>(load("tile.ive")), SizeIs(1));
 }
 
 TEST_F(PagedDatabase, TakesNoNoticeOfTheEmbedSettings) {
@@ -259,7 +263,7 @@ TEST_F(PagedDatabase, IsAskedForItsDirectoryTwiceOver) {
     EXPECT_EQ("Converting world.flt\nSaving world.ive\ndone convert\n", convert("db/world.flt"));
 
     EXPECT_THAT(requests.names(), ElementsAre("db/db/world.flt", "db/db/tile.flt"));
-    EXPECT_FLOAT_EQ(10005, pagesIn("world.ive")[0]->getMaxRange(0));
+    EXPECT_THAT(namesAndRangesIn("world.ive"), ElementsAre(Page("tile.flt", 10005)));
 }
 
 TEST_F(PagedDatabase, IsSearchedForByOsgDbWhenTheDoubledPathLeadsNowhere) {
@@ -270,8 +274,7 @@ TEST_F(PagedDatabase, IsSearchedForByOsgDbWhenTheDoubledPathLeadsNowhere) {
 
     convert("db/world.flt", "db/world.ive");
 
-    ASSERT_THAT(pagesIn("db/world.ive"), SizeIs(1));
-    EXPECT_EQ("elsewhere.flt", pagesIn("db/world.ive")[0]->getFileName(0));
+    EXPECT_THAT(namesAndRangesIn("db/world.ive"), ElementsAre(Page("elsewhere.flt", 10005)));
 }
 
 TEST_F(PagedDatabase, SplitsPathsAtBackslashesToo) {
@@ -305,7 +308,7 @@ TEST_F(PagedDatabase, FindsNestedFoldersFromItsOwnFolderWithoutRecursion) {
     visitor.setConvertExRefsToIVE(true);
 
     EXPECT_EQ("Converting world.flt\nSaving sub/tile.ive\nSaving world.ive\ndone convert\n", convert());
-    EXPECT_EQ("sub/tile.ive", pagesIn("world.ive")[0]->getFileName(0));
+    EXPECT_THAT(namesAndRangesIn("world.ive"), ElementsAre(Page("sub/tile.ive", 10005)));
     EXPECT_TRUE(load("sub/tile.ive"));
 }
 
@@ -334,12 +337,7 @@ TEST_F(PagedDatabase, FindsNestedFoldersWhileRecursingWithAnApplicationsFindFile
 
     convert(at("world.flt"), at("world.ive"));
 
-    const auto pages = pagesIn("sub/tile.ive");
-    ASSERT_THAT(pages, SizeIs(2));
-    EXPECT_EQ("deep/tree.ive", pages[0]->getFileName(0));
-    EXPECT_FLOAT_EQ(2501, pages[0]->getMaxRange(0));
-    EXPECT_EQ("../up.ive", pages[1]->getFileName(0));
-    EXPECT_FLOAT_EQ(2502, pages[1]->getMaxRange(0));
+    EXPECT_THAT(namesAndRangesIn("sub/tile.ive"), ElementsAre(Page("deep/tree.ive", 2501), Page("../up.ive", 2502)));
     EXPECT_TRUE(std::filesystem::exists("sub/deep/tree.ive"));
     EXPECT_TRUE(std::filesystem::exists("up.ive"));
 }
@@ -355,7 +353,7 @@ TEST_F(PagedDatabase, KnowsFilesByNameWhateverFolderTheyAreIn) {
 
     convert(at("world.flt"), at("world.ive"));
 
-    EXPECT_FLOAT_EQ(10005, pagesIn("world.ive")[1]->getMaxRange(0));
+    EXPECT_THAT(namesAndRangesIn("world.ive"), ElementsAre(Page("sub/world.ive", 10009), Page("tile.ive", 10005)));
     EXPECT_FALSE(std::filesystem::exists("tile.ive"));
 }
 
@@ -379,11 +377,11 @@ TEST_F(PagedDatabase, GivesAModelWithoutGeometryNoRadius) {
 
     convert();
 
-    const auto pages = findAll<osg::PagedLOD>(*converted);
+    const auto pages = findAll<osg::PagedLOD>(converted);
     ASSERT_THAT(pages, SizeIs(1));
     EXPECT_EQ(-1.0f, pages[0]->getRadius());
     EXPECT_EQ(9999.0f, pages[0]->getMaxRange(0));
-    EXPECT_EQ(9999.0f, pagesIn("world.ive")[0]->getMaxRange(0));
+    EXPECT_THAT(namesAndRangesIn("world.ive"), ElementsAre(Page("empty.flt", 9999)));
 }
 
 // The files of a database that refers to itself, and the folder that holds the tiles.
@@ -430,7 +428,7 @@ TEST_F(PagedDatabase, EndsACircleWithoutRecursionToo) {
     visitor.setConvertExRefsToIVE(true);
 
     EXPECT_EQ("Converting world.flt\nSaving world.ive\nSaving a.ive\nSaving world.ive\ndone convert\n", convert());
-    EXPECT_THAT(findAll<osg::PagedLOD>(*converted), SizeIs(2));
+    EXPECT_THAT(findAll<osg::PagedLOD>(converted), SizeIs(2));
 }
 
 TEST_F(PagedDatabase, NamesTexturesWithoutCopyingTheirPixels) {
@@ -444,7 +442,7 @@ TEST_F(PagedDatabase, NamesTexturesWithoutCopyingTheirPixels) {
     EXPECT_THAT(bytesOf("world.ive"), AllOf(HasSubstr("brick.png"), Not(HasSubstr(pixel + pixel))));
     EXPECT_EQ(";noTexturesInIVEFile", writes.lastOptions()->getOptionString());
     EXPECT_EQ(osgDB::Options::CACHE_NONE, writes.lastOptions()->getObjectCacheHint());
-    const auto textures = findTextures(*load("world.ive"));
+    const auto textures = findTextures(load("world.ive"));
     ASSERT_THAT(textures, SizeIs(1));
     ASSERT_TRUE(textures[0]->getImage());
     EXPECT_EQ(osg::Image::NO_PREFERENCE, textures[0]->getImage()->getWriteHint());
@@ -471,11 +469,11 @@ TEST_F(PagedDatabase, CarriesTextureAtlasesInsideItsFiles) {
     convert();
 
     for (const char* name : {"red.png", "blue.png"}) std::filesystem::remove(name);
-    const auto textures = findTextures(*load("world.ive"));
+    const auto textures = findTextures(load("world.ive"));
     ASSERT_FALSE(textures.empty());
     ASSERT_TRUE(textures[0]->getImage());
     const auto colors = colorsOf(*textures[0]->getImage());
-    EXPECT_EQ(colorsOf(*findTextures(*converted)[0]->getImage()), colors);
+    EXPECT_EQ(colorsOf(*findTextures(converted).at(0)->getImage()), colors);
     EXPECT_GE(colors.count(200u << 16), 64u);
     EXPECT_GE(colors.count(100u), 64u);
 }
@@ -490,7 +488,7 @@ TEST_F(PagedDatabase, KeepsTheWrapModeOfATextureThatTilesShare) {
 
     convert();
 
-    const auto textures = findTextures(*load("repeating.ive"));
+    const auto textures = findTextures(load("repeating.ive"));
     ASSERT_THAT(textures, SizeIs(1));
     EXPECT_EQ(osg::Texture::REPEAT, textures[0]->getWrap(osg::Texture::WRAP_S));
     EXPECT_EQ(osg::Texture::REPEAT, textures[0]->getWrap(osg::Texture::WRAP_T));
@@ -533,6 +531,7 @@ TEST_F(PagedDatabase, KeepsItsProgramsWhenItIsShadedAgainAfterLoading) {
     FlightFile{10, {}}.write(at("world.flt"));
     convert();
     const osg::ref_ptr<osg::Node> loaded = load("world.ive");
+    ASSERT_TRUE(loaded && loaded->getStateSet());
     const osg::ref_ptr<osg::StateAttribute> own = loaded->getStateSet()->getAttribute(osg::StateAttribute::PROGRAM);
     ASSERT_TRUE(own);
     ASSERT_NE(own, converted->getStateSet()->getAttribute(osg::StateAttribute::PROGRAM));
@@ -557,9 +556,38 @@ TEST_F(PagedDatabase, HasItsGeometryMergedAndItsLoadedProxiesReplaced) {
 
     save(*root);
 
-    EXPECT_THAT(findAll<osg::ProxyNode>(*root), IsEmpty());
-    EXPECT_THAT(findAll<osg::Geode>(*root), SizeIs(2));
-    EXPECT_THAT(findAll<osg::Geometry>(*root), SizeIs(2));
+    EXPECT_THAT(findAll<osg::ProxyNode>(root), IsEmpty());
+    EXPECT_THAT(findAll<osg::Geode>(root), SizeIs(2));
+    EXPECT_THAT(findAll<osg::Geometry>(root), SizeIs(2));
+}
+
+TEST_F(PagedDatabase, KeepsItsTransformsAndCopiesWhatTheyShare) {
+    const osg::ref_ptr<osg::Geode> tree = makeGeode(makeRectangle(1));
+    const osg::ref_ptr<osg::Group> root = new osg::Group;
+    for (const double x : {10.0, 20.0}) {
+        const osg::ref_ptr<osg::MatrixTransform> place = new osg::MatrixTransform(osg::Matrix::translate(x, 0, 0));
+        place->addChild(tree);
+        root->addChild(place);
+    }
+
+    save(*root);
+
+    const auto places = findAll<osg::MatrixTransform>(root);
+    ASSERT_THAT(places, SizeIs(2));
+    EXPECT_EQ(10, places[0]->getMatrix().getTrans().x());
+    EXPECT_EQ(20, places[1]->getMatrix().getTrans().x());
+    EXPECT_NE(places[0]->getChild(0), places[1]->getChild(0));
+}
+
+TEST_F(PagedDatabase, IsPostProcessedBeforeSavingIsTold) {
+    const osg::ref_ptr<osg::Group> root = new osg::Group;
+    root->addChild(makeGeode(makeRectangle(1)));
+    root->getChild(0)->getOrCreateStateSet()->addUniform(new osg::Uniform("NormalMapTex", 1.0f));
+    const StandardError standardError;
+
+    visitor.saveIVE(root, "saved.ive");
+
+    EXPECT_THAT(standardError.text(), MatchesRegex("Unable to get the texture unit\n.*\nSaving saved.ive\n"));
 }
 
 TEST_F(PagedDatabase, SharesStateThatIsTheSameOnlyAfterPostProcessing) {
@@ -576,10 +604,10 @@ TEST_F(PagedDatabase, SharesStateThatIsTheSameOnlyAfterPostProcessing) {
 
     save(*root);
 
-    const auto textures = findTextures(*root);
+    const auto textures = findTextures(root);
     ASSERT_THAT(textures, SizeIs(2));
     EXPECT_EQ(textures[0], textures[1]);
-    const auto geometries = findAll<osg::Geometry>(*root);
+    const auto geometries = findAll<osg::Geometry>(root);
     ASSERT_THAT(geometries, SizeIs(2));
     EXPECT_EQ(geometries[0]->getStateSet(), geometries[1]->getStateSet());
 }
@@ -700,7 +728,7 @@ TEST_P(ThrowingReader, LeavesTheReferenceToItsFileAsItIs) {
     convert();
 
     ASSERT_TRUE(converted);
-    EXPECT_THAT(findAll<osg::PagedLOD>(*converted), SizeIs(1));
+    EXPECT_THAT(findAll<osg::PagedLOD>(converted), SizeIs(1));
     EXPECT_EQ(own, current());
 }
 
@@ -742,9 +770,9 @@ TEST_P(SecondConversion, BySameVisitorKnowsTheSpheresAndLeavesTheFirstGraphAlone
     EXPECT_EQ("Converting world.flt\nSaving world.ive\ndone convert\n", convert());
 
     EXPECT_EQ(firstWorld, bytesOf("world.ive"));
-    EXPECT_THAT(findAll<osg::PagedLOD>(*converted), SizeIs(2));
+    EXPECT_THAT(findAll<osg::PagedLOD>(converted), SizeIs(2));
     if (keepsFirstGraph) {
-        EXPECT_THAT(findAll<osg::PagedLOD>(*firstGraph), SizeIs(2));
+        EXPECT_THAT(findAll<osg::PagedLOD>(firstGraph), SizeIs(2));
     }
 }
 
@@ -791,7 +819,7 @@ TEST_P(NoFlightFile, StaysAnUnpagedReference) {
     convert();
 
     ASSERT_TRUE(converted);
-    const auto pages = findAll<osg::PagedLOD>(*converted);
+    const auto pages = findAll<osg::PagedLOD>(converted);
     ASSERT_THAT(pages, SizeIs(1));
     EXPECT_EQ("tile.flt", pages[0]->getFileName(0));
 }

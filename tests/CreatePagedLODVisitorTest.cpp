@@ -299,7 +299,10 @@ TEST(CreatePagedLODVisitor, SetsUpThePageButLeavesTheGraphUntilInsertion) {
     CreatePagedLODVisitor visitor(nullptr);
     const ReferringGraph graph("tile.flt");
 
-    const osg::ref_ptr<osg::PagedLOD> page = addPage(visitor, *graph.proxy);
+    const osg::ref_ptr<osg::PagedLOD> page = new osg::PagedLOD;
+    page->setCenterMode(osg::LOD::UNION_OF_BOUNDING_SPHERE_AND_USER_DEFINED);
+
+    visitor.addProxyToPagedLOD(*graph.proxy, page, osg::BoundingSphere(osg::Vec3(1, 2, 3), 4), "tile.ive");
 
     EXPECT_EQ(osg::LOD::USER_DEFINED_CENTER, page->getCenterMode());
     EXPECT_EQ(osg::Vec3(1, 2, 3), page->getCenter());
@@ -407,7 +410,7 @@ TEST(CreatePagedLODVisitor, LeavesPagesThatAreInPlaceAloneAtTheNextInsertion) {
     visitor.InsertPagedLODs();
 
     EXPECT_EQ(page, graph.root->getChild(0));
-    EXPECT_THAT(findAll<osg::PagedLOD>(*graph.root), SizeIs(1));
+    EXPECT_THAT(findAll<osg::PagedLOD>(graph.root), SizeIs(1));
     EXPECT_EQ(1u, page->getNumChildren());
     EXPECT_EQ(1u, page->getNumParents());
 }
