@@ -19,6 +19,7 @@
 
 #include <filesystem>
 #include <iostream>
+#include <system_error>
 
 namespace veltrane::sceneutils {
 
@@ -96,7 +97,10 @@ std::string directoryOf(const std::string& path) {
 std::string identityOf(const std::string& path) {
     const std::string found = osgDB::findDataFile(directoryOf(path) + path);
     if (!found.empty()) return osgDB::getRealPath(found);
-    return std::filesystem::absolute(path).lexically_normal().string();
+
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+    return error ? path : absolute.lexically_normal().string();
 }
 
 }  // namespace
