@@ -21,7 +21,6 @@
 #include <array>
 #include <cmath>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -95,8 +94,12 @@ void enterFolder(const fs::path& folder) {
 }
 
 std::string readBytes(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    std::error_code error;
+    const std::uintmax_t size = fs::file_size(path, error);
+    if (error) return std::string();
+    std::string bytes(size, '\0');
+    std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(size));
+    return bytes;
 }
 
 bool endsWith(const std::string& bytes, const std::string& end) {
@@ -184,6 +187,7 @@ public:
 
 private:
     void claim() {
+        if (_asGiven.empty()) throw CommandError(ExitStatus::Usage, "the name of the directory is empty");
         std::error_code error;
         const fs::file_status status = fs::status(_asGiven, error);
         _isNew = !fs::exists(status);
@@ -229,7 +233,7 @@ private:
 
     fs::path _root;
     SampleSummary& _summary;
-    osg::ref_ptr<osgDB::Options> _options = new osgDB::Options(getenv("TD") ? getenv("TD") : "");
+    osg::ref_ptr<osgDB::Options> _options = new osgDB::Options;
 };
 
 /** The ground: a height for every place of the whole grid, so that neighbouring tiles meet. */
