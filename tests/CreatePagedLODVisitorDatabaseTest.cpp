@@ -20,8 +20,12 @@
 #include <filesystem>
 #include <functional>
 #include <new>
+#include <ostream>
 #include <set>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -384,11 +388,15 @@ TEST_F(PagedDatabase, GivesAModelWithoutGeometryNoRadius) {
     EXPECT_THAT(namesAndRangesIn("world.ive"), ElementsAre(Page("empty.flt", 9999)));
 }
 
-// The files of a database that refers to itself, and the folder that holds the tiles.
+// The files of a database that refers to itself, each with its references.
 struct Circle {
     const char* name;
     std::vector<std::pair<std::string, std::vector<std::string>>> files;
 };
+
+void PrintTo(const Circle& circle, std::ostream* out) {
+    *out << circle.name;
+}
 
 class CircularDatabase : public PagedDatabase, public testing::WithParamInterface<Circle> {};
 
@@ -643,6 +651,7 @@ class UnwritablePlace : public PagedDatabase, public testing::WithParamInterface
 
 TEST_P(UnwritablePlace, GoesUnnoticed) {
     std::filesystem::create_directory("folder.ive");
+    std::filesystem::create_symlink("/dev/full", "full.ive");
     const std::string place = GetParam();
     FlightFile{10, {}}.write(at("world.flt"));
 
@@ -651,7 +660,7 @@ TEST_P(UnwritablePlace, GoesUnnoticed) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, UnwritablePlace,
-                         testing::Values("missing/world.ive", "folder.ive", "", "world.unknown", "/dev/full"));
+                         testing::Values("missing/world.ive", "folder.ive", "", "world.unknown", "full.ive"));
 
 class RegistryCache : public PagedDatabase {
 protected:
@@ -702,6 +711,10 @@ struct Failure {
     const char* name;
     std::function<void()> fail;
 };
+
+void PrintTo(const Failure& failure, std::ostream* out) {
+    *out << failure.name;
+}
 
 class ThrowingReader : public RegistryCache, public testing::WithParamInterface<Failure> {};
 

@@ -13,6 +13,10 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -119,10 +123,8 @@ TEST(CreatePagedLODVisitor, ReadsReferencesUncachedKeepingTheirReferencesAndFace
     EXPECT_EQ(osgDB::Options::CACHE_NONE, models.lastOptions()->getObjectCacheHint());
 }
 
-struct NameCase {
-    const char* reference;
-    const char* page;
-};
+// The name of a reference, and the name that its page gets.
+using NameCase = std::pair<std::string, std::string>;
 
 class CreatePagedLODVisitorNames : public testing::TestWithParam<NameCase> {};
 
@@ -132,15 +134,15 @@ TEST_P(CreatePagedLODVisitorNames, CutsTheNameAtItsFirstFltWhenConverting) {
     const WorkingDirectory working(folder.path());
     CreatePagedLODVisitor visitor(nullptr);
     visitor.setConvertExRefsToIVE(true);
-    const ReferringGraph graph(GetParam().reference);
+    const ReferringGraph graph(GetParam().first);
 
     const osg::PagedLOD* page = graph.pageWith(visitor);
 
     ASSERT_TRUE(page);
-    EXPECT_EQ(GetParam().page, page->getFileName(0));
-    EXPECT_EQ(GetParam().page, graph.proxy->getFileName(0));
-    EXPECT_THAT(models.names(), ElementsAre(GetParam().reference));
-    EXPECT_TRUE(std::filesystem::exists(GetParam().page));
+    EXPECT_EQ(GetParam().second, page->getFileName(0));
+    EXPECT_EQ(GetParam().second, graph.proxy->getFileName(0));
+    EXPECT_THAT(models.names(), ElementsAre(GetParam().first));
+    EXPECT_TRUE(std::filesystem::exists(GetParam().second));
 }
 
 INSTANTIATE_TEST_SUITE_P(, CreatePagedLODVisitorNames,
@@ -298,7 +300,6 @@ TEST(CreatePagedLODVisitor, SeesModelsFromTenThousandUnitsByDefault) {
 TEST(CreatePagedLODVisitor, SetsUpThePageButLeavesTheGraphUntilInsertion) {
     CreatePagedLODVisitor visitor(nullptr);
     const ReferringGraph graph("tile.flt");
-
     const osg::ref_ptr<osg::PagedLOD> page = new osg::PagedLOD;
     page->setCenterMode(osg::LOD::UNION_OF_BOUNDING_SPHERE_AND_USER_DEFINED);
 
@@ -462,7 +463,14 @@ TEST(CreatePagedLODVisitor, ReportsAnErrorOncePerPathAndVisitor) {
     EXPECT_EQ("Error reading file a.flt\n", messagesOf([&] { other.reportErrorFile("a.flt"); }));
 }
 
-using Copier = std::unique_ptr<CreatePagedLODVisitor> (*)(const CreatePagedLODVisitor&);
+struct Copier {
+    const char* name;
+    std::unique_ptr<CreatePagedLODVisitor> (*copy)(const CreatePagedLODVisitor&);
+};
+
+void PrintTo(const Copier& copier, std::ostream* out) {
+    *out << copier.name;
+}
 
 std::unique_ptr<CreatePagedLODVisitor> constructCopy(const CreatePagedLODVisitor& visitor) {
     return std::make_unique<CreatePagedLODVisitor>(visitor);
@@ -477,7 +485,9 @@ std::unique_ptr<CreatePagedLODVisitor> assignCopy(const CreatePagedLODVisitor& v
 
 class CreatePagedLODVisitorCopy : public testing::TestWithParam<Copier> {};
 
-INSTANTIATE_TEST_SUITE_P(, CreatePagedLODVisitorCopy, testing::Values(constructCopy, assignCopy));
+INSTANTIATE_TEST_SUITE_P(, CreatePagedLODVisitorCopy,
+                         testing::Values(Copier{"Constructed", constructCopy}, Copier{"Assigned", assignCopy}),
+                         [](const auto& copier) { return copier.param.name; });
 
 TEST_P(CreatePagedLODVisitorCopy, KeepsTheTraversalSettings) {
     CreatePagedLODVisitor visitor(nullptr);
@@ -486,7 +496,7 @@ TEST_P(CreatePagedLODVisitorCopy, KeepsTheTraversalSettings) {
     visitor.setTraversalNumber(3);
     visitor.setTraversalMode(osg::NodeVisitor::TRAVERSE_ACTIVE_CHILDREN);
 
-    const auto copy = GetParam()(visitor);
+    const auto copy = GetParam().copy(visitor);
 
     EXPECT_EQ(1u, copy->getTraversalMask());
     EXPECT_EQ(2u, copy->getNodeMaskOverride());
@@ -498,7 +508,7 @@ TEST_P(CreatePagedLODVisitorCopy, KeepsRecursing) {
     CreatePagedLODVisitor visitor(nullptr);
     visitor.setRecurse(true);
 
-    const auto copy = GetParam()(visitor);
+    const auto copy = GetParam().copy(visitor);
 
     EXPECT_EQ(refusal, messagesOf([&] { copy->setConvertExRefsToIVE(false); }));
 }
@@ -509,7 +519,7 @@ TEST_P(CreatePagedLODVisitorCopy, KeepsConvertingReferences) {
     visitor.setConvertExRefsToIVE(true);
     const ReferringGraph graph("tile.flt");
 
-    graph.pageWith(*GetParam()(visitor));
+    graph.pageWith(*GetParam().copy(visitor));
 
     EXPECT_EQ("tile.ive", graph.proxy->getFileName(0));
 }
@@ -520,7 +530,7 @@ TEST_P(CreatePagedLODVisitorCopy, KeepsTheRangeAndTheKnownSpheres) {
     visitor.setMaxRange(20);
     ReferringGraph("tile.flt").pageWith(visitor);
 
-    const osg::ref_ptr<osg::PagedLOD> page = ReferringGraph("tile.flt").pageWith(*GetParam()(visitor));
+    const osg::ref_ptr<osg::PagedLOD> page = ReferringGraph("tile.flt").pageWith(*GetParam().copy(visitor));
 
     EXPECT_EQ(1, models.count("tile.flt"));
     ASSERT_TRUE(page);
@@ -532,7 +542,7 @@ TEST_P(CreatePagedLODVisitorCopy, KeepsWhatIsToBeInserted) {
     const ReferringGraph graph("tile.flt");
     const osg::ref_ptr<osg::PagedLOD> page = addPage(visitor, *graph.proxy);
 
-    GetParam()(visitor)->InsertPagedLODs();
+    GetParam().copy(visitor)->InsertPagedLODs();
 
     EXPECT_EQ(page, graph.root->getChild(0));
 }
@@ -541,7 +551,7 @@ TEST_P(CreatePagedLODVisitorCopy, KeepsTheReportedErrors) {
     CreatePagedLODVisitor visitor(nullptr);
     messagesOf([&] { visitor.reportErrorFile("a.flt"); });
 
-    const auto copy = GetParam()(visitor);
+    const auto copy = GetParam().copy(visitor);
 
     EXPECT_EQ("", messagesOf([&] { copy->reportErrorFile("a.flt"); }));
 }
@@ -551,7 +561,7 @@ TEST_P(CreatePagedLODVisitorCopy, KeepsTheDirectoryOfTheLastInput) {
     CreatePagedLODVisitor visitor(nullptr);
     messagesOf([&] { visitor.convert("db/world.flt", "world.ive"); });
 
-    ReferringGraph("tile.flt").pageWith(*GetParam()(visitor));
+    ReferringGraph("tile.flt").pageWith(*GetParam().copy(visitor));
 
     EXPECT_THAT(models.names(), ElementsAre("db/db/world.flt", "db/db/tile.flt"));
 }
@@ -560,7 +570,7 @@ TEST_P(CreatePagedLODVisitorCopy, KeepsTheParent) {
     const ModelRequests models(modelForAnyName);
     CreatePagedLODVisitor parent(nullptr);
     const CreatePagedLODVisitor child(&parent);
-    const auto copy = GetParam()(child);
+    const auto copy = GetParam().copy(child);
 
     ReferringGraph("tile.flt").pageWith(*copy);
 
@@ -573,7 +583,7 @@ TEST_P(CreatePagedLODVisitorCopy, KeepsWhetherNormalsAreSmoothed) {
     visitor.setDoSmooth(false);
     const osg::ref_ptr<osg::Geometry> rectangle = makeRectangle(someRadius);
 
-    messagesOf([&] { GetParam()(visitor)->saveIVE(makeGeode(rectangle), "/nowhere/tile.ive"); });
+    messagesOf([&] { GetParam().copy(visitor)->saveIVE(makeGeode(rectangle), "/nowhere/tile.ive"); });
 
     EXPECT_FALSE(rectangle->getNormalArray());
 }
