@@ -23,6 +23,9 @@ namespace {
 constexpr const char* modelEnding = ".flt";
 constexpr const char* convertedEnding = ".ive";
 
+// Without these the writer gives every reference that is still in the graph the ending .ive, and drops its folder.
+constexpr const char* keepReferenceNamesOptions = " useOriginalExternalReferences noWriteExternalReferenceFiles";
+
 bool isBelow(const fs::path& path, const fs::path& folder) {
     const fs::path relative = path.lexically_relative(folder);
     return !relative.empty() && *relative.begin() != "..";
@@ -232,6 +235,7 @@ void FileAccess::writeWhole(osg::Node& node, const osgDB::Options* options) {
     const osg::ref_ptr<osgDB::Options> forWriting = copyOf(options);
     forWriting->setDatabasePath(planned().output.parent_path().string());
     forWriting->setPluginStringData("filename", planned().output.string());
+    forWriting->setOptionString(forWriting->getOptionString() + keepReferenceNamesOptions);
     WholeFile file(planned().output, _plan.options.overwrite);
     const ReaderWriter::WriteResult result = writer->writeNode(node, file.stream(), forWriting.get());
     file.stream().flush();
