@@ -6,11 +6,14 @@
 #include <sceneutils/CreatePagedLODVisitor.h>
 
 #include <osg/Notify>
+#include <osgDB/FileNameUtils>
 #include <osgDB/ReadFile>
+#include <osgDB/Registry>
 
 #include <csignal>
 #include <cstring>
 #include <iostream>
+#include <set>
 #include <system_error>
 
 namespace fs = std::filesystem;
@@ -41,6 +44,15 @@ std::optional<osg::BoundingSphere> decodeSphere(const nlohmann::json& json) {
     return osg::BoundingSphere(osg::Vec3(json[0], json[1], json[2]), json[3]);
 }
 
+/** Loads OSG's plug-ins for the files that take part once for all processes, instead of once in each. */
+void loadPlugIns(const ConversionPlan& plan) {
+    std::set<std::string> extensions = {"ive"};
+    for (const fs::path& input : plan.inputs) extensions.insert(osgDB::getLowerCaseFileExtension(input.string()));
+    for (const std::string& extension : extensions) {
+        osgDB::Registry::instance()->getReaderWriterForExtension(extension);
+    }
+}
+
 /** The library's progress lines and OSG's notices are of use to somebody who looks for a fault; else they only bury
  * ours. */
 void silenceLibraries() {
@@ -62,6 +74,7 @@ ConversionReport DatabaseConversion::run() {
         result.problem = _plan.files[i].problem;
         finish(result, std::nullopt);
     }
+    loadPlugIns(_plan);
     convertInChild(0, nullptr);
     _report.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     return std::move(_report);
