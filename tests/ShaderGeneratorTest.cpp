@@ -79,6 +79,33 @@ public:
     int compare(const osg::StateAttribute& other) const override { return this == &other ? 0 : 1; }
 };
 
+/** Counts how often a run on a geode is met in the middle of another thread's. */
+class OverlapCounter : public OpenShaderGenerator {
+public:
+    std::atomic<int> overlaps{0};
+
+private:
+    void applyStateSet(osg::StateSet* own, osg::StateSet* accumulated, osg::Drawable* drawable) override {
+        const std::thread::id running = _running;
+        if (running != std::thread::id() && running != std::this_thread::get_id()) ++overlaps;
+        _running = drawable ? std::this_thread::get_id() : std::thread::id();  // the root ends a run
+        std::this_thread::yield();
+        OpenShaderGenerator::applyStateSet(own, accumulated, drawable);
+    }
+
+    std::atomic<std::thread::id> _running{std::thread::id()};
+};
+
+/** Geodes of four drawables each, with a texture on unit 0, 1, 2 and 3. */
+std::vector<osg::ref_ptr<osg::Geode>> makeGeodesWithFourTextures(std::size_t count) {
+    std::vector<osg::ref_ptr<osg::Geode>> geodes(count);
+    for (auto& geode : geodes) {
+        geode = new osg::Geode;
+        for (unsigned int unit = 0; unit < 4; ++unit) geode->addDrawable(makeSquareWith(makeTexturedState({unit})));
+    }
+    return geodes;
+}
+
 struct Colors {
     osg::Vec4 ambient;
     osg::Vec4 diffuse;
@@ -807,25 +834,8 @@ TEST(ShaderGenerator, IsOneForTheProcessAndStartsWithoutShadowMap) {
 }
 
 TEST(ShaderGenerator, LetsThreadsTakeTurnsAndShareThePrograms) {
-    class Watchful : public OpenShaderGenerator {
-    public:
-        std::atomic<int> overlaps{0};
-
-    private:
-        void applyStateSet(osg::StateSet* own, osg::StateSet* accumulated, osg::Drawable* drawable) override {
-            if (_thread != std::thread::id() && _thread != std::this_thread::get_id()) ++overlaps;
-            _thread = drawable ? std::this_thread::get_id() : std::thread::id();
-            std::this_thread::yield();
-            OpenShaderGenerator::applyStateSet(own, accumulated, drawable);
-        }
-        std::atomic<std::thread::id> _thread;  // between the first drawable of a run and the root at its end
-    };
-    Watchful generator;
-    std::vector<osg::ref_ptr<osg::Geode>> geodes(200);
-    for (auto& geode : geodes) {
-        geode = makeGeode(makeSquareWith(makeTexturedState({0})));
-        for (unsigned int unit = 1; unit < 4; ++unit) geode->addDrawable(makeSquareWith(makeTexturedState({unit})));
-    }
+    OverlapCounter generator;
+    const std::vector<osg::ref_ptr<osg::Geode>> geodes = makeGeodesWithFourTextures(200);
     const auto work = [&](std::size_t begin) {
         for (std::size_t i = begin; i < geodes.size(); i += 2) processPlain(generator, geodes[i]);
     };
