@@ -74,9 +74,9 @@ int readUnit(const osg::Uniform* uniform) {
     return unit;
 }
 
-// Under the fixed-function pipeline the vertex colour takes the place of the material colour that the colour mode
-// names; the programs multiply with the material instead, so a black left there would hide the surface.
-void whitenColorsThatTheColorModeReplaces(osg::Material& material) {
+// A colour that the colour mode leaves to the material is often left black there, where nobody saw it. The programs
+// multiply with it, and the surface would be black.
+void whitenColorsLeftToTheMaterial(osg::Material& material) {
     constexpr auto face = osg::Material::FRONT_AND_BACK;
     const auto mode = material.getColorMode();
     const bool ambientCounts = mode == osg::Material::DIFFUSE || mode == osg::Material::OFF;
@@ -247,7 +247,7 @@ void ShaderGenerator::applyToDrawablesOf(osg::Geode& geode, const osg::StateSet&
 
 void ShaderGenerator::applyStateSet(osg::StateSet* own, osg::StateSet* accumulated, osg::Drawable* drawable) {
     if (auto* material = dynamic_cast<osg::Material*>(accumulated->getAttribute(osg::StateAttribute::MATERIAL))) {
-        whitenColorsThatTheColorModeReplaces(*material);
+        whitenColorsLeftToTheMaterial(*material);
     }
 
     const ShaderFeatures features = classify(*own, *accumulated, drawable);
