@@ -11,10 +11,14 @@
 #include <log4cpp/PropertyConfigurator.hh>
 #include <log4cpp/SimpleConfigurator.hh>
 
+#include <atomic>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <iterator>
+#include <mutex>
 #include <sstream>
+#include <streambuf>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -74,11 +78,41 @@ void write(const std::string& path, const std::string& text) {
     std::ofstream(path) << text;
 }
 
+/** Neither thread begins before both are there: short work would be done by the first before the second runs. */
 void onTwoThreads(const std::function<void()>& work) {
-    std::thread first(work), second(work);
+    std::atomic<int> present = 0;
+    const auto meetAndWork = [&] {
+        ++present;
+        while (present < 2) std::this_thread::yield();
+        work();
+    };
+    std::thread first(meetAndWork), second(meetAndWork);
     first.join();
     second.join();
 }
+
+/** A stream's end that lets other threads run in the middle of a write, and notices when they write meanwhile. */
+class SlowBuffer : public std::streambuf {
+public:
+    std::atomic<bool> overlapped = false;
+    std::vector<std::string> writes;
+
+protected:
+    std::streamsize xsputn(const char* text, std::streamsize count) override {
+        if (_writing.exchange(true)) overlapped = true;
+        std::this_thread::yield();
+        {
+            const std::lock_guard<std::mutex> lock(_mutex);
+            writes.emplace_back(text, static_cast<std::size_t>(count));
+        }
+        _writing = false;
+        return count;
+    }
+
+private:
+    std::atomic<bool> _writing = false;
+    std::mutex _mutex;
+};
 
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
@@ -239,15 +273,17 @@ TEST(UnconfiguredLogger, StaysSoWhileOnlyAnUnrelatedCategoryHasAnAppender) {
 
 TEST(UnconfiguredLogger, KeepsTheLinesOfTwoThreadsApart) {
     const Log4cppSetup setup;
-    const StandardError standardError;
+    SlowBuffer buffer;
+    std::streambuf* const own = std::cerr.rdbuf(&buffer);
 
     onTwoThreads([] {
         for (int i = 0; i < 500; ++i) logAs(Logger::WARN);
     });
+    std::cerr.rdbuf(own);
 
-    const std::vector<std::string> lines = linesOf(standardError.text());
-    EXPECT_THAT(lines, SizeIs(1000));
-    EXPECT_THAT(lines, Each("WARN tools dir/File:12: message"));
+    EXPECT_FALSE(buffer.overlapped);
+    EXPECT_THAT(buffer.writes, SizeIs(1000));
+    EXPECT_THAT(buffer.writes, Each("WARN tools dir/File:12: message\n"));
 }
 
 TEST(ConfiguredLogger, HandsRecordsToAnAppenderOfTheRootOnly) {
