@@ -40,9 +40,9 @@ struct ShaderFeatures {
  * Every state set below the node, those of drawables included, gets the program that its accumulated state asks for,
  * and the sampler uniforms that the program reads ("BaseTexture" followed by the unit, "ShadowMapTex"). The node itself
  * gets a state set if it has none. Textures, modes and all other state stay as they are; one thing besides programs and
- * uniforms changes: a material whose ambient or diffuse colour is exactly (0,0,0,1) gets white there, if its colour mode
- * leaves that colour to the material (AMBIENT: diffuse; DIFFUSE: ambient; OFF: both), because the programs multiply with
- * it.
+ * uniforms changes: a material whose ambient or diffuse colour is exactly (0,0,0,1) gets white there, if its colour
+ * mode leaves that colour to the material (AMBIENT: diffuse; DIFFUSE: ambient; OFF: both), because the programs
+ * multiply with it.
  *
  * Programs are shared: one exists for each distinct name, whatever graph asks for it, for the life of the process. The
  * name leaves out whether sun colours are used, so of two states that differ in that alone, the first one classified
