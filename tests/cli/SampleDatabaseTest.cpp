@@ -62,7 +62,8 @@ std::vector<fs::path> filesWithExtension(const fs::path& directory, const std::s
 }
 
 osg::ref_ptr<osg::Node> readNode(const fs::path& file, const std::string& options = keepReferences) {
-    return osgDB::readRefNodeFile(file.string(), new osgDB::Options(options));
+    const osg::ref_ptr<osgDB::Options> held = new osgDB::Options(options);
+    return osgDB::readRefNodeFile(file.string(), held);
 }
 
 /** What a graph is made of. */
