@@ -1,6 +1,7 @@
 #include "SampleDatabase.h"
 
 #include "Command.h"
+#include "support/OsgMessages.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -35,6 +36,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
+using testing_support::OsgMessages;
 using testing_support::TemporaryDirectory;
 using testing_support::WorkingDirectory;
 
@@ -62,7 +64,8 @@ std::vector<fs::path> filesWithExtension(const fs::path& directory, const std::s
 }
 
 osg::ref_ptr<osg::Node> readNode(const fs::path& file, const std::string& options = keepReferences) {
-    return osgDB::readRefNodeFile(file.string(), new osgDB::Options(options));
+    const osg::ref_ptr<osgDB::Options> held = new osgDB::Options(options);
+    return osgDB::readRefNodeFile(file.string(), held);
 }
 
 /** What a graph is made of. */
@@ -90,8 +93,7 @@ public:
         if (const auto* vertices = dynamic_cast<const osg::Vec3Array*>(geometry.getVertexArray()))
             points.insert(points.end(), vertices->begin(), vertices->end());
         if (const auto* coordinates = dynamic_cast<const osg::Vec2Array*>(geometry.getTexCoordArray(0)))
-            for (const osg::Vec2& coordinate : *coordinates)
-                largestCoordinate = std::max({largestCoordinate, coordinate.x(), coordinate.y()});
+            for (const osg::Vec2& coordinate : *coordinates) addCoordinate(coordinate);
         apply(static_cast<osg::Node&>(geometry));
     }
 
@@ -103,10 +105,15 @@ public:
     std::set<std::string> blankImages;  ///< those without pixels
     std::set<std::string> materials;
     std::vector<osg::Vec3> points;
-    float largestCoordinate = 0.0f;
+    std::map<std::string, float> largestCoordinates;  ///< of textures, by the name of the geode
     unsigned geometries = 0;
 
 private:
+    void addCoordinate(const osg::Vec2& coordinate) {
+        float& largest = largestCoordinates[getNodePath().rbegin()[1]->getName()];
+        largest = std::max({largest, coordinate.x(), coordinate.y()});
+    }
+
     void addState(osg::StateSet& state) {
         if (auto* material = dynamic_cast<osg::Material*>(state.getAttribute(osg::StateAttribute::MATERIAL)))
             materials.insert(material->getName());
@@ -340,7 +347,7 @@ TEST(SampleDatabase, SharesModelsBetweenTiles) {
 TEST(SampleDatabase, LoadsWholeWithEveryTexture) {
     const TemporaryDirectory directory;
     SampleOptions options;
-    options.levels = 3;
+    options.levels = 4;
     writeSampleDatabase(directory.path(), options);
 
     const osg::ref_ptr<osg::Node> whole = osgDB::readRefNodeFile(directory / "master.flt");
@@ -393,7 +400,6 @@ TEST(SampleDatabase, ReadsBackWithNamesMaterialsAndTextures) {
     EXPECT_THAT(tile.materials, Contains("grass"));
     EXPECT_THAT(tile.blankImages, IsEmpty());
     EXPECT_THAT(tile.images, Contains("tree_0.png"));
-    EXPECT_EQ(tile.largestCoordinate, 20.0f);
 }
 
 TEST(SampleDatabase, ReadsBackWithTheReferencesFollowedAtOnce) {
@@ -407,14 +413,17 @@ TEST(SampleDatabase, ReadsBackWithTheReferencesFollowedAtOnce) {
     EXPECT_THAT(tile.names, Contains("buildings_0"));
 }
 
-TEST(SampleDatabase, KeepsTreesAndSignsWithinTheirTextures) {
+TEST(SampleDatabase, RepeatsTexturesOnGroundAndWallsOnly) {
     const TemporaryDirectory directory;
     writeSampleDatabase(directory.path(), smallDatabase());
 
-    const Inventory tree = inventoryOf(directory / "models/tree_0.flt");
+    const Inventory tile = inventoryOf(directory / "tiles/r00/c00/tile_00_00.flt");
 
-    EXPECT_EQ(tree.geometries, 2u);
-    EXPECT_FLOAT_EQ(tree.largestCoordinate, 0.98f);
+    EXPECT_EQ(tile.largestCoordinates.at("grass"), 20.0f);
+    EXPECT_GT(tile.largestCoordinates.at("walls"), 1.0f);
+    EXPECT_EQ(tile.largestCoordinates.at("door"), 1.0f);
+    EXPECT_EQ(tile.largestCoordinates.at("sign"), 1.0f);
+    EXPECT_FLOAT_EQ(tile.largestCoordinates.at("leaves"), 0.98f);
 }
 
 TEST(SampleDatabase, HoldsTexturesForAnAtlasInEveryFileBelowTheMaster) {
@@ -599,14 +608,18 @@ TEST(SampleDatabase, KeepsADirectoryThatWasThereWhenWritingFails) {
     EXPECT_TRUE(fs::is_empty(directory.path()));
 }
 
-TEST(SampleDatabase, SaysNothingOfItsOwn) {
+TEST(SampleDatabase, KeepsTheConsoleQuiet) {
     const TemporaryDirectory directory;
     const Console console;
+    const OsgMessages messages;
+    osg::setNotifyLevel(osg::INFO);
 
     writeSampleDatabase(directory.path() / "made", smallDatabase());
     failureToWrite(directory.path() / "made");
 
     EXPECT_EQ(console.text(), "");
+    EXPECT_EQ(messages.text(), "");
+    EXPECT_EQ(osg::getNotifyLevel(), osg::INFO);
 }
 
 TEST(SampleCommand, PrintsOneLineOfWhatItMade) {
