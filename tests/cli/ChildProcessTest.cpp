@@ -336,17 +336,19 @@ TEST(MessageSender, StandsAParentThatNoLongerListens) {
     EXPECT_EQ(end.signal, 0);
 }
 
-TEST(RunInChild, ThrowsWhenNoPipeCanBeHad) {
-    rlimit own{};
-    getrlimit(RLIMIT_NOFILE, &own);
-    const rlimit none = {0, own.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    std::string failure;
-    try {
-        run([](const MessageSender&) {});
-    } catch (const std::system_error& error) {
-        failure = error.what();
-    }
-    setrlimit(RLIMIT_NOFILE, &own);
-    EXPECT_EQ(failure, "cannot make a pipe: Too many open files");
+TEST(RunInChild, ThrowsWhenNoProcessCanBeHad) {
+    const auto messages = messagesOf([](const MessageSender& parent) {
+        constexpr uid_t nobody = 65534;
+        if (geteuid() == 0 && setuid(nobody) != 0) return;
+        const rlimit noProcess = {0, 0};
+        setrlimit(RLIMIT_NPROC, &noProcess);
+        const std::size_t before = openFiles();
+        try {
+            run([](const MessageSender&) {});
+        } catch (const std::system_error& error) {
+            parent.send(error.what());
+        }
+        parent.send(std::to_string(openFiles() - before) + " files left open");
+    });
+    EXPECT_THAT(messages, ElementsAre("cannot start a process: Resource temporarily unavailable", "0 files left open"));
 }
