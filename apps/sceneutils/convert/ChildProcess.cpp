@@ -75,6 +75,13 @@ void limitChild(pid_t parent, unsigned int seconds) {
     _exit(status);
 }
 
+int waitFor(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
 [[noreturn]] void throwError(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
@@ -110,13 +117,18 @@ ChildEnd runInChild(unsigned int seconds, const std::function<void(const Message
     }
 
     close(ends[1]);
-    std::string message;
-    while (receiveMessage(ends[0], message)) receive(message);
+    try {
+        std::string message;
+        while (receiveMessage(ends[0], message)) receive(message);
+    } catch (...) {
+        close(ends[0]);
+        kill(child, SIGKILL);
+        waitFor(child);
+        throw;
+    }
     close(ends[0]);
 
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
+    const int status = waitFor(child);
     ChildEnd end;
     end.pid = child;
     if (WIFSIGNALED(status)) end.signal = WTERMSIG(status);

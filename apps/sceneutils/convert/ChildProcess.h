@@ -29,7 +29,7 @@ struct ChildEnd {
  * the child changes in memory dies with it; it speaks through messages, which are handed to `receive` one by one while
  * it works. The child dies with its parent, leaves no core file, and is ended by SIGXCPU when it has used `seconds` of
  * processor time.
- * @throws std::system_error if no process can be had
+ * @throws std::system_error if no process can be had; what `receive` throws, when the child has been ended
  */
 ChildEnd runInChild(unsigned int seconds, const std::function<void(const MessageSender&)>& work,
                     const std::function<void(const std::string&)>& receive);

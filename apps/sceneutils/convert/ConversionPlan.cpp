@@ -28,7 +28,10 @@ bool namesAModel(const std::string& name) {
 
 // The folder resolved, the file's own name kept: a link to a file is a file of its own, as its name says.
 fs::path identityOf(const fs::path& path) {
-    return fs::weakly_canonical(path.parent_path()) / path.filename();
+    std::error_code error;
+    fs::path folder = fs::weakly_canonical(path.parent_path(), error);
+    if (error) folder = path.parent_path().lexically_normal();
+    return folder / path.filename();
 }
 
 // The name that the library gives to a converted file: everything from the first ".flt" on becomes ".ive".
@@ -91,7 +94,7 @@ private:
         file.pagesReferences = level == 0 || _plan.options.recurse;
         _plan.files.push_back(std::move(file));
 
-        const PaletteHashes palettes = palettesInForce(scan, inherited, _plan.files[index].path);
+        const PaletteHashes palettes = palettesInForce(scan, inherited, _plan.files[index].identity);
         for (const FlightReference& reference : scan.references) {
             PlannedReference planned = follow(index, reference, palettes, level);
             _plan.files[index].references.push_back(std::move(planned));
@@ -105,7 +108,10 @@ private:
         PlannedReference planned;
         planned.storedName = reference.name;
         const auto found = _finder.find(folder, reference.name);
-        if (found) planned.path = identityOf(*found);
+        if (found) {
+            planned.path = identityOf(*found);
+            _plan.inputs.insert(planned.path);
+        }
         if (!found && !reference.name.empty()) {
             planned.target = addMissing(from, folder / reference.name);
         } else if (found && _plan.files[from].pagesReferences && namesAModel(reference.name)) {
@@ -136,7 +142,7 @@ private:
     std::size_t addMissing(std::size_t from, const fs::path& path) {
         PlannedFile file;
         file.path = path;
-        file.identity = path.lexically_normal();
+        file.identity = identityOf(path);
         file.name = relativeName(file.identity, _plan.inputFolder);
         file.namedBy = from;
         file.problem = "no such file";
@@ -147,10 +153,11 @@ private:
 
     // A file's own palettes count unless it takes its parent's. Textures are found relative to the file, so the same
     // palette in another folder is another one.
-    static PaletteHashes palettesInForce(const FlightFile& scan, const PaletteHashes& inherited, const fs::path& path) {
+    static PaletteHashes palettesInForce(const FlightFile& scan, const PaletteHashes& inherited,
+                                         const fs::path& identity) {
         PaletteHashes palettes = scan.paletteHashes;
         std::uint64_t& textures = palettes[static_cast<std::size_t>(Palette::Texture)];
-        if (textures != 0) textures ^= fs::hash_value(path.parent_path());
+        if (textures != 0) textures ^= fs::hash_value(identity.parent_path());
         for (std::size_t i = 0; i < paletteKinds; ++i) {
             if (inherited[i] != 0) palettes[i] = inherited[i];
         }

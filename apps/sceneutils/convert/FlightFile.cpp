@@ -22,13 +22,16 @@ enum Opcode : unsigned int {
     lightSourcePaletteOpcode = 102,
     materialPaletteOpcode = 113,
     lightPointAppearancePaletteOpcode = 128,
-    shaderPaletteOpcode = 133
+    shaderPaletteOpcode = 133,
+    // Some modelling tools wrote the last record with its bytes in the wrong order; OpenSceneGraph knows it too.
+    littleEndianPopLevelOpcode = 0x0b00
 };
 
 // Offsets from the start of a record, whose first four bytes are its opcode and its length.
 constexpr std::size_t recordHeaderSize = 4;
 constexpr std::size_t formatRevisionOffset = 12;
 constexpr std::size_t vertexPaletteSizeOffset = 4;
+constexpr std::size_t vertexPaletteRecordSize = 8;
 constexpr std::size_t nameOffset = 4;
 constexpr std::size_t nameSize = 200;
 constexpr std::size_t referenceFlagsOffset = 208;
@@ -94,6 +97,10 @@ public:
         return {begin, std::find(begin, end, '\0')};
     }
 
+    bool areZeros() const {
+        return std::all_of(_data, _data + _size, [](char byte) { return byte == 0; });
+    }
+
     /** FNV-1a, continued from `hash`. */
     std::uint64_t hash(std::uint64_t hash) const {
         for (std::size_t i = 0; i < _size; ++i) hash = (hash ^ static_cast<unsigned char>(_data[i])) * 0x100000001b3u;
@@ -120,33 +127,48 @@ public:
 private:
     /** Looks at the record at the beginning of `rest` and returns its length. */
     std::size_t record(const Bytes& rest, std::size_t position) {
-        // The last record closes the last level; after it a file may go on with anything. A file that has no levels
-        // ends with its last byte, or with padding.
+        const unsigned int opcode = rest.number(0, 2);
         const std::size_t length = rest.number(2, 2);
         if (length == 0) {
-            if (_level > 0) throw FlightFileError("truncated: ends after " + std::to_string(position) + " bytes");
-            _done = true;
+            endWithoutPop(rest.first(recordHeaderSize), position);
             return 0;
         }
-
-        const unsigned int opcode = rest.number(0, 2);
-        const std::size_t wholeLength = opcode == vertexPaletteOpcode
-                                            ? std::max<std::size_t>(length, rest.number(vertexPaletteSizeOffset, 4))
-                                            : length;
-        if (length < recordHeaderSize) {
-            throw FlightFileError("damaged: impossible record length at byte " + std::to_string(position));
-        }
-        if (wholeLength > rest.size()) {
-            throw FlightFileError("truncated: ends inside the record at byte " + std::to_string(position));
-        }
+        if (length < recordHeaderSize) throwImpossibleLength(position);
+        const std::size_t wholeLength = lengthAsRead(opcode, length, rest);
+        if (wholeLength > rest.size()) throwEndsInside(position);
         look(opcode, rest.first(length));
         return wholeLength;
+    }
+
+    // The last record closes the last level; after it a file may go on with anything. A file that has no levels ends
+    // with its last byte, or with padding.
+    void endWithoutPop(const Bytes& rest, std::size_t position) {
+        if (_level > 0) throw FlightFileError("truncated: ends after " + std::to_string(position) + " bytes");
+        if (rest.size() < recordHeaderSize && !rest.areZeros()) throwEndsInside(position);
+        if (position == 0) throwImpossibleLength(position);
+        _done = true;
+    }
+
+    // How far OpenSceneGraph goes on: over a vertex palette by the palette's size alone.
+    static std::size_t lengthAsRead(unsigned int opcode, std::size_t length, const Bytes& rest) {
+        if (opcode == vertexPaletteOpcode) {
+            return std::max<std::size_t>(vertexPaletteRecordSize, rest.number(vertexPaletteSizeOffset, 4));
+        }
+        if (opcode == littleEndianPopLevelOpcode) return std::min(length, rest.size());
+        return length;
+    }
+
+    [[noreturn]] static void throwEndsInside(std::size_t position) {
+        throw FlightFileError("truncated: ends inside the record at byte " + std::to_string(position));
+    }
+    [[noreturn]] static void throwImpossibleLength(std::size_t position) {
+        throw FlightFileError("damaged: impossible record length at byte " + std::to_string(position));
     }
 
     void look(unsigned int opcode, const Bytes& record) {
         if (opcode == headerOpcode) _revision = record.number(formatRevisionOffset, 4);
         if (opcode == pushLevelOpcode) ++_level;
-        if (opcode == popLevelOpcode && --_level <= 0) _done = true;
+        if ((opcode == popLevelOpcode || opcode == littleEndianPopLevelOpcode) && --_level <= 0) _done = true;
         if (opcode == externalReferenceOpcode) _result.references.push_back(reference(record));
         if (opcode == texturePaletteOpcode) _result.textures.push_back(record.text(nameOffset, nameSize));
         if (const auto palette = paletteOf(opcode)) {
@@ -158,13 +180,18 @@ private:
     FlightReference reference(const Bytes& record) const {
         FlightReference result;
         result.name = record.text(nameOffset, nameSize);
-        const std::uint32_t flags =
-            _revision == revisionWithBadFlags ? allPalettesOwn : record.number(referenceFlagsOffset, 4, allPalettesOwn);
+        const std::uint32_t flags = flagsOf(record);
         for (std::size_t i = 0; i < paletteKinds; ++i) {
             result.takesParents[i] =
                 _revision >= paletteFlags[i].sinceRevision && (flags & paletteFlags[i].ownBit) == 0;
         }
         return result;
+    }
+
+    std::uint32_t flagsOf(const Bytes& record) const {
+        if (_revision == revisionWithBadFlags || record.size() < referenceFlagsOffset) return allPalettesOwn;
+        // OpenSceneGraph's reader sees zeros behind a record's end.
+        return record.number(referenceFlagsOffset, 4, 0);
     }
 
     FlightFile _result;
@@ -181,11 +208,14 @@ std::string readWhole(const std::filesystem::path& path) {
     if (std::filesystem::is_directory(status)) throw FlightFileError("is a folder");
     if (!std::filesystem::is_regular_file(status)) throw FlightFileError("is not a regular file");
 
+    const std::uintmax_t size = std::filesystem::file_size(path, error);
+    if (error) throw FlightFileError(error.message());
+
     errno = 0;
     std::ifstream stream(path, std::ios::binary);
-    std::string bytes(std::filesystem::file_size(path, error), '\0');
+    std::string bytes(size, '\0');
     stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (error || !stream) {
+    if (!stream) {
         throw FlightFileError(errno != 0 ? std::strerror(errno) : "cannot be read");
     }
     if (bytes.empty()) throw FlightFileError("empty file");

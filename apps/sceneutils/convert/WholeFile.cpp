@@ -46,6 +46,24 @@ void checkOutputPath(const fs::path& path, bool mayOverwrite) {
     if (fs::exists(status) && !mayOverwrite) fail(path, "exists already; pass --overwrite to replace it");
 }
 
+WholeFile::Buffer::int_type WholeFile::Buffer::overflow(int_type byte) {
+    errno = 0;
+    const int_type result = std::filebuf::overflow(byte);
+    if (traits_type::eq_int_type(result, traits_type::eof())) noteError();
+    return result;
+}
+
+std::streamsize WholeFile::Buffer::xsputn(const char* bytes, std::streamsize count) {
+    errno = 0;
+    const std::streamsize written = std::filebuf::xsputn(bytes, count);
+    if (written < count) noteError();
+    return written;
+}
+
+void WholeFile::Buffer::noteError() {
+    if (_firstError == 0) _firstError = errno;
+}
+
 fs::path WholeFile::temporaryPath(const fs::path& path, int pid) {
     return path.parent_path() / ("." + path.filename().string() + ".part-" + std::to_string(pid));
 }
@@ -60,19 +78,24 @@ WholeFile::WholeFile(const fs::path& path, bool mayOverwrite)
 
     rememberUnfinishedFile(_temporaryPath);
     errno = 0;
-    _stream.open(_temporaryPath, std::ios::binary | std::ios::trunc);
-    if (!_stream) fail(path, std::string("cannot be written: ") + std::strerror(errno));
+    if (!_buffer.open(_temporaryPath, std::ios::out | std::ios::binary | std::ios::trunc)) {
+        unfinishedFile[0] = '\0';
+        fail(path, std::string("cannot be written: ") + std::strerror(errno));
+    }
 }
 
 WholeFile::~WholeFile() {
-    _stream.close();
+    _buffer.close();
     removeUnfinishedFile();
 }
 
 std::uintmax_t WholeFile::commit() {
     errno = 0;
-    _stream.close();
-    if (!_stream) fail(_path, std::string("not all of it could be written: ") + std::strerror(errno));
+    const bool isClosed = _buffer.close() != nullptr;
+    if (!_stream || !isClosed) {
+        const int reason = _buffer.firstError() != 0 ? _buffer.firstError() : errno;
+        fail(_path, "not all of it could be written" + (reason != 0 ? std::string(": ") + std::strerror(reason) : ""));
+    }
 
     std::error_code error;
     const std::uintmax_t bytes = fs::file_size(_temporaryPath, error);

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 
@@ -36,10 +37,26 @@ public:
     static std::filesystem::path temporaryPath(const std::filesystem::path& path, int pid);
 
 private:
+    /** Keeps the reason of the first write that failed: who fills the stream may go on, and other calls set errno. */
+    class Buffer : public std::filebuf {
+    public:
+        int firstError() const { return _firstError; }
+
+    protected:
+        int_type overflow(int_type byte) override;
+        std::streamsize xsputn(const char* bytes, std::streamsize count) override;
+
+    private:
+        void noteError();
+
+        int _firstError = 0;
+    };
+
     std::filesystem::path _path;
     std::filesystem::path _temporaryPath;
     bool _mayOverwrite;
-    std::ofstream _stream;
+    Buffer _buffer;
+    std::ostream _stream{&_buffer};
 };
 
 /** @throws OutputError if an output cannot come to lie at `path`; what WholeFile would say. */
