@@ -37,12 +37,6 @@ bool renameWithoutOverwriting(const fs::path& from, const fs::path& to) {
     return std::rename(from.c_str(), to.c_str()) == 0;
 }
 
-fs::path nearestExisting(fs::path path) {
-    std::error_code error;
-    while (path.has_relative_path() && !fs::exists(fs::status(path, error))) path = path.parent_path();
-    return path;
-}
-
 }  // namespace
 
 void checkOutputPath(const fs::path& path, bool mayOverwrite) {
@@ -50,10 +44,6 @@ void checkOutputPath(const fs::path& path, bool mayOverwrite) {
     const auto status = fs::symlink_status(path, error);
     if (fs::is_directory(path, error)) fail(path, "is a folder");
     if (fs::exists(status) && !mayOverwrite) fail(path, "exists already; pass --overwrite to replace it");
-
-    const fs::path folder = nearestExisting(fs::absolute(path).parent_path());
-    if (!fs::is_directory(folder, error)) fail(folder, "is not a folder");
-    if (access(folder.c_str(), W_OK) != 0) fail(folder, std::string("cannot be written to: ") + std::strerror(errno));
 }
 
 WholeFile::Buffer::int_type WholeFile::Buffer::overflow(int_type byte) {
