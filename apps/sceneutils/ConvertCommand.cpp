@@ -123,6 +123,7 @@ ExitStatus runConvert(const ConvertArguments& arguments) {
         processOfTheUser = getpid();
         std::signal(SIGINT, endOnSignal);
         std::signal(SIGTERM, endOnSignal);
+        std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes shows in the write that fails
 
         ConversionReport report;
         {
