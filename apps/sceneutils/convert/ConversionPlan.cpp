@@ -105,7 +105,10 @@ private:
         PlannedReference planned;
         planned.storedName = reference.name;
         const auto found = _finder.find(folder, reference.name);
-        if (found) planned.path = identityOf(*found);
+        if (found) {
+            planned.path = identityOf(*found);
+            _plan.inputs.insert(planned.path);
+        }
         if (!found && !reference.name.empty()) {
             planned.target = addMissing(from, folder / reference.name);
         } else if (found && _plan.files[from].pagesReferences && namesAModel(reference.name)) {
