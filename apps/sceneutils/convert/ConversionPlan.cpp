@@ -142,7 +142,7 @@ private:
         file.identity = path.lexically_normal();
         file.name = relativeName(file.identity, _plan.inputFolder);
         file.namedBy = from;
-        file.problem = "no such file";
+        file.problem = fs::is_directory(path) ? "is a folder" : "no such file";
         const auto [known, isNew] = _known.try_emplace({file.identity, {}}, _plan.files.size());
         if (isNew) _plan.files.push_back(std::move(file));
         return known->second;
