@@ -1,5 +1,6 @@
 #include "Command.h"
 
+#include "convert/ChildProcess.h"
 #include "convert/ConversionPlan.h"
 #include "convert/ConversionReport.h"
 #include "convert/DatabaseConversion.h"
@@ -30,9 +31,11 @@ struct ConvertArguments {
 
 pid_t processOfTheUser = 0;
 
-// The processes that convert the files have this handler too, and end with the one that the user started.
+// The processes that convert the files have this handler too. Each waits for the one that it has started: when the
+// tool has ended, nothing of it is still at work.
 extern "C" void endOnSignal(int) {
     constexpr char message[] = "sceneutils: interrupted\n";
+    endRunningChild();
     removeUnfinishedFile();
     if (getpid() == processOfTheUser && write(STDERR_FILENO, message, sizeof message - 1) < 0) {
         // There is nobody left to tell.
@@ -120,6 +123,7 @@ ExitStatus runConvert(const ConvertArguments& arguments) {
         processOfTheUser = getpid();
         std::signal(SIGINT, endOnSignal);
         std::signal(SIGTERM, endOnSignal);
+        std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes shows in the write that fails
 
         ConversionReport report;
         {

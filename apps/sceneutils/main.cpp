@@ -40,6 +40,10 @@ int main(int argc, char** argv) {
     } catch (const CLI::Success& helpOrVersion) {
         return app.exit(helpOrVersion);
     } catch (const CLI::ParseError& error) {
+        const bool namesACommand = argc > 1 && argv[1][0] != '-';
+        if (namesACommand && app.get_subcommands().empty()) {
+            return fail(ExitStatus::Usage, "there is no command '" + std::string(argv[1]) + "' (see --help)");
+        }
         return fail(ExitStatus::Usage, std::string(error.what()) + " (see --help)");
     } catch (const CommandError& error) {
         return fail(error.status(), error.what());

@@ -381,7 +381,7 @@ TEST(ConversionPlan, KeepsDamagedFilesWithTheirProblem) {
     model().write(folder / "db/good.flt");
     EXPECT_THAT(plannedFiles(recursively(folder)),
                 ElementsAre("master.flt > master.ive", "empty.flt! empty file", "text.flt! not an OpenFlight file",
-                            "cut.flt! truncated: ends inside the record at byte 328", "folder.flt! no such file",
+                            "cut.flt! truncated: ends inside the record at byte 328", "folder.flt! is a folder",
                             "good.flt > good.ive"));
 }
 

@@ -192,9 +192,9 @@ TEST(WholeFile, IsWrittenIntoTheWorkingDirectoryWithoutAFolderInItsName) {
 TEST(WholeFile, CannotLieBelowAFile) {
     const TemporaryDirectory folder;
     saveBytes(folder / "file", "theirs");
-    EXPECT_EQ(failureToWrite(folder / "file/a.ive"), folder / "file: cannot make the folder: Not a directory");
+    EXPECT_EQ(failureToWrite(folder / "file/a.ive"), folder / "file/a.ive: " + folder / "file is not a folder");
     EXPECT_EQ(failureToWrite(folder / "file/tiles/a.ive", true),
-              folder / "file/tiles: cannot make the folder: Not a directory");
+              folder / "file/tiles/a.ive: " + folder / "file is not a folder");
     EXPECT_EQ(loadBytes(folder / "file"), "theirs");
 }
 

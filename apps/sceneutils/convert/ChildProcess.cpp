@@ -1,6 +1,7 @@
 #include "ChildProcess.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -11,13 +12,53 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <csignal>
 
 namespace veltrane::sceneutils::tool {
 
 namespace {
 
 using MessageSize = std::uint64_t;
+
+// What a signal handler reads.
+volatile pid_t runningChild = 0;
+
+/** Holds back the signals that end the tool, so that they meet `runningChild` as it is. */
+class EndingSignalsHeldBack {
+public:
+    EndingSignalsHeldBack() {
+        sigset_t ending;
+        sigemptyset(&ending);
+        sigaddset(&ending, SIGINT);
+        sigaddset(&ending, SIGTERM);
+        sigprocmask(SIG_BLOCK, &ending, &_own);
+    }
+    ~EndingSignalsHeldBack() { sigprocmask(SIG_SETMASK, &_own, nullptr); }
+    EndingSignalsHeldBack(const EndingSignalsHeldBack&) = delete;
+    EndingSignalsHeldBack& operator=(const EndingSignalsHeldBack&) = delete;
+
+private:
+    sigset_t _own;
+};
+
+pid_t forkChild() {
+    const EndingSignalsHeldBack heldBack;
+    const pid_t child = fork();
+    runningChild = child > 0 ? child : 0;
+    return child;
+}
+
+// Returns the status that waitpid() gives.
+int reap(pid_t child) {
+    // The child may be waited for, but must not be signalled, once it is reaped: its number may then be another's.
+    siginfo_t info;
+    while (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
+    }
+    const EndingSignalsHeldBack heldBack;
+    int status = 0;
+    waitpid(child, &status, 0);
+    runningChild = 0;
+    return status;
+}
 
 bool writeAll(int fileDescriptor, const char* data, std::size_t size) {
     while (size > 0) {
@@ -75,13 +116,6 @@ void limitChild(pid_t parent, unsigned int seconds) {
     _exit(status);
 }
 
-int waitFor(pid_t child) {
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return status;
-}
-
 [[noreturn]] void throwError(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
@@ -105,7 +139,7 @@ ChildEnd runInChild(unsigned int seconds, const std::function<void(const Message
     std::cout.flush();
     std::fflush(nullptr);
     const pid_t parent = getpid();
-    const pid_t child = fork();
+    const pid_t child = forkChild();
     if (child < 0) {
         close(ends[0]);
         close(ends[1]);
@@ -123,17 +157,26 @@ ChildEnd runInChild(unsigned int seconds, const std::function<void(const Message
     } catch (...) {
         close(ends[0]);
         kill(child, SIGKILL);
-        waitFor(child);
+        reap(child);
         throw;
     }
     close(ends[0]);
 
-    const int status = waitFor(child);
+    const int status = reap(child);
     ChildEnd end;
     end.pid = child;
     if (WIFSIGNALED(status)) end.signal = WTERMSIG(status);
     if (WIFEXITED(status)) end.exitStatus = WEXITSTATUS(status);
     return end;
+}
+
+void endRunningChild() {
+    const pid_t child = runningChild;
+    if (child == 0) return;
+    kill(child, SIGTERM);
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    runningChild = 0;
 }
 
 }  // namespace veltrane::sceneutils::tool

@@ -34,4 +34,10 @@ struct ChildEnd {
 ChildEnd runInChild(unsigned int seconds, const std::function<void(const MessageSender&)>& work,
                     const std::function<void(const std::string&)>& receive);
 
+/**
+ * Ends the child that runInChild() is waiting for, if there is one, by SIGTERM, and waits until it is gone. May be
+ * called from a signal handler that does not return.
+ */
+void endRunningChild();
+
 }  // namespace veltrane::sceneutils::tool

@@ -51,7 +51,9 @@ public:
         if (toLowerCase(options.output.extension().string()) != pagedExtension) {
             throw CommandError(ExitStatus::Usage, options.output.string() + ": the output's name must end in .ive");
         }
-        if (fs::is_regular_file(options.input) && toLowerCase(options.input.extension().string()) != modelExtension) {
+        std::error_code error;
+        if (fs::is_regular_file(options.input, error) &&
+            toLowerCase(options.input.extension().string()) != modelExtension) {
             throw CommandError(ExitStatus::NotSupported,
                                options.input.string() + ": only OpenFlight files (.flt) can be converted");
         }
@@ -145,7 +147,8 @@ private:
         file.identity = identityOf(path);
         file.name = relativeName(file.identity, _plan.inputFolder);
         file.namedBy = from;
-        file.problem = "no such file";
+        std::error_code error;
+        file.problem = fs::is_directory(path, error) ? "is a folder" : "no such file";
         const auto [known, isNew] = _known.try_emplace({file.identity, {}}, _plan.files.size());
         if (isNew) _plan.files.push_back(std::move(file));
         return known->second;

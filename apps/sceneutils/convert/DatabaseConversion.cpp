@@ -104,7 +104,7 @@ void DatabaseConversion::convertInChild(std::size_t file, osg::Referenced* palet
         if (_states[file].isFinished) return;
         problem = whyItEnded(file, end);
         std::error_code ignored;
-        fs::remove(WholeFile::temporaryPath(_plan.files[file].output, end.pid), ignored);
+        if (!_states[file].output.empty()) fs::remove(WholeFile::temporaryPath(_states[file].output, end.pid), ignored);
     } catch (const std::system_error& error) {
         problem = error.what();
     }
@@ -141,7 +141,7 @@ void DatabaseConversion::convert(std::size_t file, osg::Referenced* palettes) {
         _states[file].activeGraph = access->graph();
         enterPhase(file, processing);
     };
-    access->beforeWriting = [&] { enterPhase(file, writing); };
+    access->beforeWriting = [&](const fs::path& output) { enterPhase(file, writing, output.string()); };
     access->onReaderOptions = [&](const osgDB::Options* readerOptions) { _readerOptions = readerOptions; };
     access->install();
 
@@ -180,15 +180,16 @@ void DatabaseConversion::finish(const FileResult& result, const std::optional<os
     if (_onResult) _onResult(result);
 }
 
-void DatabaseConversion::enterPhase(std::size_t file, const std::string& phase) {
+void DatabaseConversion::enterPhase(std::size_t file, const std::string& phase, const std::string& output) {
     _states[file].phase = phase;
-    if (_parent) _parent->send(encode({{"file", file}, {"phase", phase}}));
+    _states[file].output = output;
+    if (_parent) _parent->send(encode({{"file", file}, {"phase", phase}, {"output", output}}));
 }
 
 void DatabaseConversion::receive(const std::string& message) {
     const nlohmann::json json = nlohmann::json::from_cbor(message);
     if (json.contains("phase")) {
-        enterPhase(json["file"], json["phase"]);
+        enterPhase(json["file"], json["phase"], json["output"].get<std::string>());
     } else {
         finish(json["result"].get<FileResult>(), decodeSphere(json["sphere"]));
     }

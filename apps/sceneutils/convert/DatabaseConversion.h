@@ -39,13 +39,14 @@ private:
         std::optional<osg::BoundingSphere> sphere;  ///< once it is done and fine
         const osg::Node* activeGraph = nullptr;     ///< while it is being converted
         std::string phase;
+        std::string output;  ///< that was begun last
     };
 
     std::optional<osg::BoundingSphere> obtain(std::size_t file, osg::Referenced* palettes);
     void convertInChild(std::size_t file, osg::Referenced* palettes);
     void convert(std::size_t file, osg::Referenced* palettes);
     void finish(const FileResult& result, const std::optional<osg::BoundingSphere>& sphere);
-    void enterPhase(std::size_t file, const std::string& phase);
+    void enterPhase(std::size_t file, const std::string& phase, const std::string& output = {});
     void receive(const std::string& message);
     std::string whyItEnded(std::size_t file, const ChildEnd& end) const;
 

@@ -212,7 +212,6 @@ ReaderWriter::WriteResult FileAccess::writeNode(const osg::Node& node, const std
     // What stands in for a referenced file is not written: that file was written when it was converted.
     if (&node != _graph) return ReaderWriter::WriteResult::FILE_SAVED;
 
-    if (beforeWriting) beforeWriting();
     try {
         writeWhole(*_graph, options);
         return ReaderWriter::WriteResult::FILE_SAVED;
@@ -236,6 +235,7 @@ void FileAccess::writeWhole(osg::Node& node, const osgDB::Options* options) {
     forWriting->setDatabasePath(planned().output.parent_path().string());
     forWriting->setPluginStringData("filename", planned().output.string());
     forWriting->setOptionString(forWriting->getOptionString() + keepReferenceNamesOptions);
+    if (beforeWriting) beforeWriting(planned().output);
     WholeFile file(planned().output, _plan.options.overwrite);
     const ReaderWriter::WriteResult result = writer->writeNode(node, file.stream(), forWriting.get());
     file.stream().flush();
@@ -301,6 +301,7 @@ fs::path FileAccess::freePlaceFor(const fs::path& texture) const {
 void FileAccess::copyTexture(const fs::path& from, const fs::path& to) {
     std::ifstream source(from, std::ios::binary);
     if (!source) throw OutputError(from.string() + ": cannot be read");
+    if (beforeWriting) beforeWriting(to);
     WholeFile copy(to, _plan.options.overwrite);
     if (fs::file_size(from) > 0) copy.stream() << source.rdbuf();
     _result.textureBytesOut += copy.commit();

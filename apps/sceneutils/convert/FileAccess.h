@@ -55,9 +55,11 @@ public:
     /** What has come of it so far. */
     const FileResult& result() const { return _result; }
 
-    /** Called when the file's graph has been read, and when it is about to be written. */
+    /** Called when the file's graph has been read. */
     std::function<void()> afterReading;
-    std::function<void()> beforeWriting;
+
+    /** Called when an output is about to be written: the planned one, or a copy of a texture. */
+    std::function<void(const std::filesystem::path&)> beforeWriting;
 
     /** Called with the options that the library reads with. */
     std::function<void(const osgDB::Options*)> onReaderOptions;

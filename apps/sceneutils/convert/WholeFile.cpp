@@ -41,6 +41,10 @@ bool renameWithoutOverwriting(const fs::path& from, const fs::path& to) {
 
 void checkOutputPath(const fs::path& path, bool mayOverwrite) {
     std::error_code error;
+    fs::path above = path.parent_path();
+    while (above.has_relative_path() && !fs::exists(above, error)) above = above.parent_path();
+    if (above.has_relative_path() && !fs::is_directory(above, error)) fail(path, above.string() + " is not a folder");
+
     const auto status = fs::symlink_status(path, error);
     if (fs::is_directory(path, error)) fail(path, "is a folder");
     if (fs::exists(status) && !mayOverwrite) fail(path, "exists already; pass --overwrite to replace it");

@@ -1,0 +1,92 @@
+#include "support/Conversions.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using namespace testing_support;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+/** Expects that the tool refuses a command line in one line, which is returned. */
+std::string usageError(const std::vector<std::string>& arguments) {
+    const TemporaryDirectory folder;
+    ToolSettings settings;
+    settings.workingDirectory = folder.path();
+    writeFlight(folder / "a.flt", 10.0f);
+    const ToolResult result = runTool(arguments, settings);
+
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(namesIn(folder.path()), std::set<std::string>({"a.flt"}));
+    EXPECT_EQ(result.errorLines().size(), 1u) << result.errors;
+    EXPECT_THAT(result.errors, StartsWith("sceneutils: "));
+    return result.errors;
+}
+
+}  // namespace
+
+TEST(CommandLine, TellsItsVersion) {
+    const ToolResult result = runTool({"--version"});
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "sceneutils " SCENEUTILS_VERSION "\n");
+    EXPECT_EQ(result.errors, "");
+}
+
+TEST(CommandLine, HelpListsTheCommandsAndExitStatuses) {
+    const ToolResult result = runTool({"--help"});
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    for (const char* word : {"convert", "sample", "--help", "--version", "0 done", "1 usage", "2 input unreadable",
+                             "3 not supported", "4 output not written", "5 done in part", "130 interrupted"})
+        EXPECT_THAT(result.output, HasSubstr(word));
+}
+
+TEST(CommandLine, HelpOfConvertListsEveryOptionWithItsDefault) {
+    const ToolResult result = runTool({"convert", "--help"});
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    for (const char* word :
+         {"INPUT", "OUTPUT", "--recurse", "--convert-references", "--max-range", "=10000", "--no-smooth", "--overwrite",
+          "--report", "--time-limit", "=600", "--verbose", "--help", "in seconds", "length unit"})
+        EXPECT_THAT(result.output, HasSubstr(word));
+}
+
+TEST(CommandLine, RefusesAMissingOrUnknownCommand) {
+    EXPECT_THAT(usageError({}), HasSubstr("(see --help)"));
+    EXPECT_EQ(usageError({"translate", "a.flt", "a.ive"}),
+              "sceneutils: there is no command 'translate' (see --help)\n");
+}
+
+TEST(CommandLine, RefusesOptionsThatDoNotExist) {
+    EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "--embed"}), HasSubstr("--embed"));
+    EXPECT_THAT(usageError({"--embed", "convert", "a.flt", "a.ive"}), HasSubstr("--embed"));
+    EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "b.ive"}), HasSubstr("b.ive"));
+}
+
+TEST(CommandLine, RefusesAConversionWithoutInputOrOutput) {
+    EXPECT_EQ(usageError({"convert"}), "sceneutils: INPUT is required (see --help)\n");
+    EXPECT_EQ(usageError({"convert", "a.flt"}), "sceneutils: OUTPUT is required (see --help)\n");
+    EXPECT_THAT(usageError({"convert", "", "a.ive"}), HasSubstr("INPUT"));
+}
+
+TEST(CommandLine, RefusesAnOutputThatDoesNotEndInIve) {
+    EXPECT_EQ(usageError({"convert", "a.flt", "a.osgb"}), "sceneutils: a.osgb: the output's name must end in .ive\n");
+    EXPECT_EQ(usageError({"convert", "a.flt", "new/"}), "sceneutils: new/: the output's name must end in .ive\n");
+    EXPECT_EQ(usageError({"convert", "a.flt", ""}), "sceneutils: : the output's name must end in .ive\n");
+}
+
+TEST(CommandLine, RefusesRangesAndTimesThatMakeNoSense) {
+    for (const char* range : {"-1", "far", "nan", "inf", "1e999", ""})
+        EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "--max-range", range}), HasSubstr("--max-range"));
+    for (const char* seconds : {"0", "-1", "86401", "1.5", "soon"})
+        EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "--time-limit", seconds}), HasSubstr("--time-limit"));
+}

@@ -1,0 +1,236 @@
+#include "support/Conversions.h"
+
+#include <sceneutils/CreatePagedLODVisitor.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <osg/Image>
+#include <osg/Material>
+#include <osg/Texture2D>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+using namespace testing_support;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+/** Writes a picture of 8 by 8 pixels, all of that grey. */
+void writeGrey(const fs::path& path, unsigned char grey) {
+    fs::create_directories(path.parent_path());
+    osg::ref_ptr<osg::Image> image = new osg::Image;
+    image->allocateImage(8, 8, 1, GL_RGB, GL_UNSIGNED_BYTE);
+    std::fill_n(image->data(), image->getTotalSizeInBytes(), grey);
+    ASSERT_TRUE(osgDB::writeImageFile(*image, path.string()));
+}
+
+/** A square under that texture; one that repeats is not put into an atlas. */
+osg::ref_ptr<osg::Node> makeTextured(const std::string& texture, float repeats = 4.0f) {
+    osg::ref_ptr<osg::Image> image = new osg::Image;
+    image->setImage(8, 8, 1, GL_RGB, GL_RGB, GL_UNSIGNED_BYTE, nullptr, osg::Image::NO_DELETE);
+    image->setFileName(texture);
+    osg::ref_ptr<osg::Texture2D> texture2D = new osg::Texture2D(image);
+    const auto wrap = repeats > 1.0f ? osg::Texture::REPEAT : osg::Texture::CLAMP_TO_EDGE;
+    texture2D->setWrap(osg::Texture::WRAP_S, wrap);
+    texture2D->setWrap(osg::Texture::WRAP_T, wrap);
+    osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    geode->addDrawable(
+        osg::createTexturedQuadGeometry(osg::Vec3(), osg::Vec3(10, 0, 0), osg::Vec3(0, 10, 0), repeats, repeats));
+    geode->getOrCreateStateSet()->setTextureAttributeAndModes(0, texture2D);
+    return geode;
+}
+
+void writeTextured(const fs::path& path, const std::vector<std::string>& textures,
+                   const std::vector<std::string>& references = {}, float repeats = 4.0f) {
+    const osg::ref_ptr<osg::Group> model = makeModel(10, references);
+    for (const std::string& texture : textures) model->addChild(makeTextured(texture, repeats));
+    writeFlight(path, *model);
+}
+
+/** The names that a converted file has stored for its textures. */
+std::vector<std::string> textureNamesIn(const fs::path& path) {
+    struct Recorder : osgDB::ReadFileCallback {
+        osgDB::ReaderWriter::ReadResult readImage(const std::string& name, const osgDB::Options*) override {
+            names.push_back(name);
+            return new osg::Image;
+        }
+        std::vector<std::string> names;
+    };
+    const osg::ref_ptr<Recorder> recorder = new Recorder;
+    osgDB::Registry::instance()->setReadFileCallback(recorder);
+    load(path);
+    osgDB::Registry::instance()->setReadFileCallback(nullptr);
+    return recorder->names;
+}
+
+/** The grey of each texture of a converted file; -1 for one without pixels. */
+std::vector<int> greysIn(const fs::path& path) {
+    std::vector<int> greys;
+    for (const auto& texture : findTextures(load(path))) {
+        const osg::Image* image = texture->getImage();
+        greys.push_back(image && image->data() ? image->data()[0] : -1);
+    }
+    return greys;
+}
+
+}  // namespace
+
+TEST(ConvertTextures, NamesTexturesRelativeToTheFileAndCopiesThem) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/textures/a.png", 100);
+    writeGrey(folder / "in/tiles/b.png", 150);
+    writeTextured(folder / "in/master.flt", {"textures/a.png"}, {"tiles/tile.flt"});
+    writeTextured(folder / "in/tiles/tile.flt", {"..\\Textures\\A.PNG", "b.png"});
+
+    const ToolResult result = convertIn(folder.path(), {"in/master.flt", "out/m.ive", "--recurse"});
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(namesIn(folder / "out"),
+              std::set<std::string>({"m.ive", "textures/a.png", "tiles/b.png", "tiles/tile.ive"}));
+    EXPECT_THAT(textureNamesIn(folder / "out/m.ive"), ElementsAre("textures/a.png"));
+    EXPECT_THAT(textureNamesIn(folder / "out/tiles/tile.ive"), UnorderedElementsAre("../textures/a.png", "b.png"));
+    EXPECT_THAT(greysIn(folder / "out/tiles/tile.ive"), UnorderedElementsAre(100, 150));
+    EXPECT_EQ(readBytes(folder / "out/textures/a.png"), readBytes(folder / "in/textures/a.png"));
+}
+
+TEST(ConvertTextures, KeepsTexturesOfTheSameNameApart) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/west/a.png", 100);
+    writeGrey(folder / "in/east/a.png", 150);
+    writeGrey(folder / "a.png", 1);  // in the working directory
+    writeFlight(folder / "in/master.flt", 10, {"west/tile.flt", "east/tile.flt"});
+    writeTextured(folder / "in/west/tile.flt", {"a.png"});
+    writeTextured(folder / "in/east/tile.flt", {"a.png"});
+
+    convertIn(folder.path(), {"in/master.flt", "out/m.ive", "--recurse"});
+
+    EXPECT_THAT(greysIn(folder / "out/west/tile.ive"), ElementsAre(100));
+    EXPECT_THAT(greysIn(folder / "out/east/tile.ive"), ElementsAre(150));
+}
+
+TEST(ConvertTextures, CountsTheBytesOfASharedTextureOnce) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/a.png", 100);
+    writeTextured(folder / "in/master.flt", {"a.png"}, {"b.flt", "c.flt"});
+    writeTextured(folder / "in/b.flt", {"a.png"});
+    writeTextured(folder / "in/c.flt", {"./a.png"});
+
+    const ToolResult result = convertIn(folder.path(), {"in/master.flt", "out/m.ive", "--recurse"});
+
+    std::uintmax_t bytes = 0;
+    for (const auto& [name, content] : contentOf(folder / "out")) bytes += content.size();
+    EXPECT_THAT(result.output, testing::HasSubstr(", " + std::to_string(bytes) + " bytes out, "));
+    EXPECT_EQ(namesIn(folder / "out"), std::set<std::string>({"a.png", "b.ive", "c.ive", "m.ive"}));
+}
+
+TEST(ConvertTextures, PutsTexturesFromElsewhereBelowAFolderOfTheirOwn) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "shared/a.png", 100);
+    writeTextured(folder / "in/master.flt", {"../shared/a.png"});
+
+    convertIn(folder.path(), {"in/master.flt", "out/m.ive"});
+
+    EXPECT_EQ(namesIn(folder / "out"), std::set<std::string>({"_parent/shared/a.png", "m.ive"}));
+    EXPECT_THAT(textureNamesIn(folder / "out/m.ive"), ElementsAre("_parent/shared/a.png"));
+}
+
+TEST(ConvertTextures, NamesAndCountsWhatIsMissingOrNoImage) {
+    const TemporaryDirectory folder;
+    writeBytes(folder / "in/broken.png", "no picture");
+    writeGrey(folder / "in/a.png", 100);
+    writeTextured(folder / "in/master.flt", {"gone.png", "a.png"}, {"tile.flt"});
+    writeTextured(folder / "in/tile.flt", {"gone.png", "broken.png"});
+
+    const ToolResult result = convertIn(folder.path(), {"in/master.flt", "out/m.ive", "--recurse"});
+
+    const std::string root = fs::canonical(folder.path()).string();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(countsIn(result), "2 files read, 2 converted, 0 failed, 2 textures missing");
+    EXPECT_THAT(
+        result.errorLines(),
+        UnorderedElementsAre("sceneutils: tile.flt: texture gone.png is missing or unreadable",
+                             "sceneutils: tile.flt: texture " + root + "/in/broken.png is missing or unreadable"));
+    EXPECT_THAT(greysIn(folder / "out/m.ive"), ElementsAre(100));
+}
+
+TEST(ConvertTextures, KeepsThePixelsOfAnAtlasInTheFile) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/a.png", 100);
+    writeGrey(folder / "in/b.png", 150);
+    writeTextured(folder / "in/master.flt", {"a.png", "b.png"}, {}, 1.0f);
+
+    convertIn(folder.path(), {"in/master.flt", "out/m.ive"});
+
+    EXPECT_EQ(namesIn(folder / "out"), std::set<std::string>({"m.ive"}));
+    std::set<const osg::Texture2D*> atlases;
+    std::set<int> greys;
+    for (const auto& texture : findTextures(load(folder / "out/m.ive"))) {
+        atlases.insert(texture);
+        const osg::Image& image = *texture->getImage();
+        ASSERT_NE(image.data(), nullptr);
+        for (int y = 0; y < image.t(); ++y)
+            for (int x = 0; x < image.s(); ++x) greys.insert(*image.data(x, y));
+    }
+    EXPECT_EQ(atlases.size(), 1u);
+    EXPECT_EQ(greys.count(100), 1u);
+    EXPECT_EQ(greys.count(150), 1u);
+}
+
+TEST(ConvertTextures, CopiesNothingWhenADatabaseIsConvertedInPlace) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "db/textures/a.png", 100);
+    writeTextured(folder / "db/master.flt", {"textures/a.png"}, {"tiles/tile.flt"});
+    writeTextured(folder / "db/tiles/tile.flt", {"../textures/a.png"});
+    const std::set<std::string> before = namesIn(folder / "db");
+
+    EXPECT_EQ(convertIn(folder.path(), {"db/master.flt", "db/master.ive", "--recurse"}).status, 0);
+
+    std::set<std::string> expected = before;
+    expected.insert({"master.ive", "tiles/tile.ive"});
+    EXPECT_EQ(namesIn(folder / "db"), expected);
+    EXPECT_THAT(textureNamesIn(folder / "db/tiles/tile.ive"), ElementsAre("../textures/a.png"));
+}
+
+TEST(ConvertTextures, DoesNotReplaceATextureThatIsThereAlready) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/a.png", 100);
+    writeTextured(folder / "in/master.flt", {"a.png"});
+    writeGrey(folder / "out/a.png", 7);
+
+    const ToolResult result = convertIn(folder.path(), {"in/master.flt", "out/m.ive"});
+
+    EXPECT_EQ(result.status, 4);
+    EXPECT_THAT(result.errorLines(),
+                ElementsAre(testing::EndsWith("/out/a.png: exists already; pass --overwrite to replace it")));
+    EXPECT_EQ(namesIn(folder / "out"), std::set<std::string>({"a.png"}));
+}
+
+TEST(ConvertTextures, TakesATextureThatIsThereAlreadyIfItIsTheSame) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/a.png", 100);
+    writeTextured(folder / "in/master.flt", {"a.png"});
+    fs::create_directory(folder / "out");
+    fs::copy(folder / "in/a.png", folder / "out/a.png");
+
+    EXPECT_EQ(convertIn(folder.path(), {"in/master.flt", "out/m.ive"}).status, 0);
+}
+
+TEST(ConvertTextures, FindsTexturesOnTheDataFilePathAndBesideTheFile) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "library/a.png", 100);
+    writeGrey(folder / "in/b.png", 150);
+    writeTextured(folder / "in/master.flt", {"c:\\textures\\a.png", "/no/such/folder/b.png"});
+    ToolSettings settings;
+    settings.environment = {{"OSG_FILE_PATH", folder / "library"}};
+
+    EXPECT_EQ(convertIn(folder.path(), {"in/master.flt", "out/m.ive"}, settings).errors, "");
+
+    EXPECT_EQ(namesIn(folder / "out"), std::set<std::string>({"_parent/library/a.png", "b.png", "m.ive"}));
+    EXPECT_THAT(greysIn(folder / "out/m.ive"), UnorderedElementsAre(100, 150));
+}
