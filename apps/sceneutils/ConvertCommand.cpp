@@ -49,6 +49,13 @@ std::string checkRange(const std::string& text) {
     return isGood ? std::string() : "'" + text + "' is no number of at least 0";
 }
 
+// A name from a damaged file can hold anything; one problem is one line, and a terminal is not to be steered by it.
+std::string withoutControlCharacters(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    return text;
+}
+
 /** Tells what fails as soon as it does, and on a terminal how far the conversion has come. */
 class Progress {
 public:
@@ -61,15 +68,21 @@ public:
         ++_done;
         clearLine();
         const PlannedFile& file = _plan.files[result.file];
-        if (!result.problem.empty()) std::cerr << "sceneutils: " << failure(file, result) << "\n";
+        if (!result.problem.empty()) tell(failure(file, result));
         for (const std::string& texture : result.texturesMissing) {
             if (!_missingTextures.insert(texture).second) continue;
-            std::cerr << "sceneutils: " << file.name << ": texture " << texture << " is missing or unreadable\n";
+            tell(file.name + ": texture " + texture + " is missing or unreadable");
         }
-        if (_isTerminal) std::cerr << "[" << _done << "/" << _plan.files.size() << "] " << file.name << std::flush;
+        if (_isTerminal)
+            std::cerr << "[" << _done << "/" << _plan.files.size() << "] " << withoutControlCharacters(file.name)
+                      << std::flush;
     }
 
 private:
+    static void tell(const std::string& problem) {
+        std::cerr << "sceneutils: " << withoutControlCharacters(problem) << "\n";
+    }
+
     std::string failure(const PlannedFile& file, const FileResult& result) const {
         // A problem with an output names the output.
         if (result.isOutputProblem) return result.problem;

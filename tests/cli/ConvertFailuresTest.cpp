@@ -300,3 +300,12 @@ TEST(ConvertFailures, GivesUpAFileThatTakesTooLong) {
                                "while being ")));
     EXPECT_EQ(namesIn(folder / "out"), std::set<std::string>({"good.ive", "m.ive"}));
 }
+
+TEST(ConvertFailures, SaysInOneLineWhatIsWrongWithANameOfSeveral) {
+    const TemporaryDirectory folder;
+    writeFlight(folder / "in/master.flt", 20, {"gone\n\x1b[31m.flt"});
+
+    const ToolResult result = convertIn(folder.path(), {"in/master.flt", "out/m.ive", "--recurse"});
+
+    EXPECT_EQ(result.errors, "sceneutils: gone??[31m.flt (named by master.flt): no such file\n");
+}

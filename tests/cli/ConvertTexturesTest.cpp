@@ -1,4 +1,5 @@
 #include "support/Conversions.h"
+#include "support/TexturedModels.h"
 
 #include <sceneutils/CreatePagedLODVisitor.h>
 
@@ -19,31 +20,6 @@ using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 namespace {
-
-/** Writes a picture of 8 by 8 pixels, all of that grey. */
-void writeGrey(const fs::path& path, unsigned char grey) {
-    fs::create_directories(path.parent_path());
-    osg::ref_ptr<osg::Image> image = new osg::Image;
-    image->allocateImage(8, 8, 1, GL_RGB, GL_UNSIGNED_BYTE);
-    std::fill_n(image->data(), image->getTotalSizeInBytes(), grey);
-    ASSERT_TRUE(osgDB::writeImageFile(*image, path.string()));
-}
-
-/** A square under that texture; one that repeats is not put into an atlas. */
-osg::ref_ptr<osg::Node> makeTextured(const std::string& texture, float repeats = 4.0f) {
-    osg::ref_ptr<osg::Image> image = new osg::Image;
-    image->setImage(8, 8, 1, GL_RGB, GL_RGB, GL_UNSIGNED_BYTE, nullptr, osg::Image::NO_DELETE);
-    image->setFileName(texture);
-    osg::ref_ptr<osg::Texture2D> texture2D = new osg::Texture2D(image);
-    const auto wrap = repeats > 1.0f ? osg::Texture::REPEAT : osg::Texture::CLAMP_TO_EDGE;
-    texture2D->setWrap(osg::Texture::WRAP_S, wrap);
-    texture2D->setWrap(osg::Texture::WRAP_T, wrap);
-    osg::ref_ptr<osg::Geode> geode = new osg::Geode;
-    geode->addDrawable(
-        osg::createTexturedQuadGeometry(osg::Vec3(), osg::Vec3(10, 0, 0), osg::Vec3(0, 10, 0), repeats, repeats));
-    geode->getOrCreateStateSet()->setTextureAttributeAndModes(0, texture2D);
-    return geode;
-}
 
 void writeTextured(const fs::path& path, const std::vector<std::string>& textures,
                    const std::vector<std::string>& references = {}, float repeats = 4.0f) {

@@ -101,6 +101,7 @@ inline std::string joinRecords(const std::vector<std::string>& records) {
 }
 
 constexpr std::size_t externalReferenceOpcode = 63;
+constexpr std::size_t texturePaletteOpcode = 64;
 
 /** Bits of an external reference's flags: set, the referenced file uses its own palette, clear, its parent's. */
 constexpr std::size_t ownColors = 0x80000000u;
