@@ -308,9 +308,10 @@ int main(int argc, char** argv) {
         ->check(CLI::ExistingDirectory)
         ->capture_default_str();
     app.add_option("--sample", arguments.sample, "Only make a database of so many tiles, in this folder");
-    app.add_option("--convert", arguments.convert,
-                   "Only convert the database of this master (for a profiler), and print seconds, "
-                   "processor seconds and those of each step");
+    app.add_option(
+        "--convert", arguments.convert,
+        "Only convert the database of this master (for a profiler), and print seconds, processor seconds, MiB "
+        "processor seconds and those of each step");
     app.add_option("--way", arguments.way, "The way of --convert")
         ->check(CLI::IsMember(std::vector<std::string>(wayNames.begin(), wayNames.end())))
         ->default_str("library");

@@ -4,7 +4,9 @@
 
 #include <osg/Notify>
 
+#include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -39,6 +41,19 @@ double processorTimeOfAll() {
     return processorTimeOf(RUSAGE_SELF) + processorTimeOf(RUSAGE_CHILDREN);
 }
 
+/** Of the largest process. Not what wait4() tells: that counts what this process was before it became this program. */
+double peakMebibytes() {
+    constexpr double kibibytesPerMebibyte = 1024.0;
+    rusage children{};
+    getrusage(RUSAGE_CHILDREN, &children);
+    double own = 0.0;
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        if (word == "VmHWM:") status >> own;
+    }
+    return std::max(own, static_cast<double>(children.ru_maxrss)) / kibibytesPerMebibyte;
+}
+
 std::function<void()> prepare(Way way, const fs::path& master) {
     if (way == Way::Library) return [master] { convertWithLibrary(master); };
     if (way == Way::Tool) return [master] { convertWithTool(master); };
@@ -60,7 +75,7 @@ private:
 Cost parseCost(const std::string& line) {
     Cost cost;
     std::istringstream in(line);
-    in >> cost.seconds >> cost.processorSeconds;
+    in >> cost.seconds >> cost.processorSeconds >> cost.peakMebibytes;
     for (double& step : cost.steps) in >> step;
     return cost;
 }
@@ -105,7 +120,7 @@ void convertAndPrintCost(Way way, const fs::path& master) {
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
     const double processorSeconds = processorTimeOfAll() - processorStart;
 
-    std::cout << seconds << " " << processorSeconds;
+    std::cout << seconds << " " << processorSeconds << " " << peakMebibytes();
     for (const double step : stepTimes()) std::cout << " " << step;
     std::cout << "\n";
 }
@@ -118,13 +133,11 @@ Cost runInFreshProcess(const std::vector<std::string>& arguments) {
     if (child == 0) becomeThisProgram(arguments, ends[1]);
 
     close(ends[1]);
-    Cost cost = parseCost(readToTheEnd(ends[0]));
+    const Cost cost = parseCost(readToTheEnd(ends[0]));
     close(ends[0]);
     int status = 0;
-    rusage usage{};
-    wait4(child, &status, 0, &usage);
+    waitpid(child, &status, 0);
     if (status != 0) throw std::runtime_error("a process that was to be measured failed");
-    cost.peakMebibytes = static_cast<double>(usage.ru_maxrss) / 1024.0;
     return cost;
 }
 
