@@ -1,0 +1,29 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace veltrane::sceneutils::benchmarks {
+
+/** Rows of text and numbers, for people and for spreadsheets. */
+class Table {
+public:
+    explicit Table(std::vector<std::string> columns);
+
+    /** Begins a row; cells follow from left to right. */
+    Table& row();
+    Table& cell(const std::string& text);
+    Table& cell(double number, int decimals);
+
+    /** Columns set below one another, numbers to the right. */
+    void print(std::ostream& out) const;
+
+    /** A heading line, commas between the columns. */
+    void writeCsv(std::ostream& out) const;
+
+private:
+    std::vector<std::vector<std::string>> _rows;  ///< the first one is the heading
+};
+
+}  // namespace veltrane::sceneutils::benchmarks
