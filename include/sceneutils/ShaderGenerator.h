@@ -11,10 +11,13 @@
 #include <osg/ref_ptr>
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace veltrane::sceneutils {
+
+class ShaderState;
 
 /** What one state set needs from its program. Built by ShaderGenerator for each state set it meets. */
 struct ShaderFeatures {
@@ -100,8 +103,14 @@ public:
     void apply(osg::Node& node) override;
 
 protected:
-    /** @param shadowTexUnit the texture unit of the shadow map; -1: none */
-    explicit ShaderGenerator(int shadowTexUnit);
+    /**
+     * @param shadowTexUnit the texture unit of the shadow map; -1: none
+     * @param overridesApplyStateSet false is the promise that applyStateSet() is not overridden. A walk then notes only
+     *     what the programs depend on, and applyStateSet() is called for the root alone. Otherwise every state set is
+     *     handed to applyStateSet() with all that is accumulated there, which takes long in graphs of more than
+     *     10,000 state sets: each accumulated state enters itself in the lists of parents of what it refers to.
+     */
+    explicit ShaderGenerator(int shadowTexUnit, bool overridesApplyStateSet = true);
     ~ShaderGenerator() override;
 
     /** The program for that record: from the cache by its name, else composed and put there. Owned by the cache. */
@@ -121,11 +130,19 @@ protected:
     virtual void createVertexSource(std::string& out, const ShaderFeatures& features);
 
 private:
-    osg::ref_ptr<osg::StateSet> accumulate(const osg::StateSet* own) const;
-    void applyToDrawablesOf(osg::Geode& geode, const osg::StateSet& accumulated);
-    ShaderFeatures classify(const osg::StateSet& own, const osg::StateSet& accumulated,
-                            const osg::Drawable* drawable) const;
-    void findTextureUnits(ShaderFeatures& features, const osg::StateSet& accumulated) const;
+    struct BeforeBesidesName {
+        bool operator()(const ShaderFeatures& left, const ShaderFeatures& right) const;
+    };
+
+    void enter(osg::StateSet& own, osg::Drawable* drawable);
+    void leave();
+    osg::ref_ptr<osg::StateSet> accumulateAll(const osg::StateSet& own) const;
+    ShaderState accumulate(const osg::StateSet& own) const;
+    void applyToDrawablesOf(osg::Geode& geode);
+    void assignProgram(osg::StateSet& own, const ShaderState& accumulated, const osg::Drawable* drawable);
+    const ShaderFeatures& classify(const osg::StateSet& own, const ShaderState& accumulated,
+                                   const osg::Drawable* drawable);
+    const ShaderFeatures& named(ShaderFeatures features);
     bool usesNormalMap(const ShaderFeatures& features) const;
 
     std::map<std::string, osg::ref_ptr<osg::Program>> _programs;
@@ -136,7 +153,10 @@ private:
     bool _fog = false;
     bool _rootProcessed = false;
     OpenThreads::Mutex _mutex;
-    std::vector<osg::ref_ptr<osg::StateSet>> _stateSetStack;
+    bool _overridesApplyStateSet;
+    std::vector<osg::ref_ptr<osg::StateSet>> _stateSetStack;  // with applyStateSet() overridden
+    std::vector<ShaderState> _shaderStateStack;               // without
+    std::set<ShaderFeatures, BeforeBesidesName> _records;     // every record met so far, so that each is named once
 };
 
 }  // namespace veltrane::sceneutils

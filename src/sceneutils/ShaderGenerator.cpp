@@ -1,19 +1,20 @@
 #include <sceneutils/ShaderGenerator.h>
 
 #include "ShaderFile.h"
+#include "ShaderState.h"
 #include "ShaderText.h"
 
 #include <OpenThreads/ScopedLock>
 #include <osg/Geode>
 #include <osg/Material>
-#include <osg/PointSprite>
 #include <osg/Shader>
-#include <osg/Texture>
 #include <osg/Uniform>
 #include <osgText/Text>
 
 #include <fstream>
 #include <iostream>
+#include <tuple>
+#include <utility>
 
 namespace veltrane::sceneutils {
 
@@ -22,6 +23,9 @@ namespace {
 constexpr int noUnit = -1;
 constexpr int textTextureUnit = 0;
 constexpr std::size_t usualTextureUnits = 8;
+
+const std::string normalMapName = "NormalMapTex";
+const std::string specMapName = "SpecMapTex";
 
 const osg::Vec4 black(0.0f, 0.0f, 0.0f, 1.0f);
 const osg::Vec4 white(1.0f, 1.0f, 1.0f, 1.0f);
@@ -86,6 +90,14 @@ void whitenColorsLeftToTheMaterial(osg::Material& material) {
     if (diffuseCounts && material.getDiffuse(face) == black) material.setDiffuse(face, white);
 }
 
+void findTextureUnits(ShaderFeatures& features, const ShaderState& accumulated) {
+    for (int unit = 0; unit < accumulated.unitCount(); ++unit) {
+        const bool isMap = unit == features.normalMapUnit || unit == features.specMapUnit;
+        if (accumulated.isTextured(unit) && !isMap) features.textureUnits.push_back(unit);
+        if (accumulated.hasPointSprite(unit)) features.pointSprite = true;
+    }
+}
+
 std::string composeName(const ShaderFeatures& features) {
     std::string name = "shader_t";
     const auto appendUnit = [&name](const char* label, int unit) {
@@ -105,6 +117,25 @@ std::string composeName(const ShaderFeatures& features) {
     appendFlag("_text", features.text);
     appendFlag("_ps", features.pointSprite);
     return name;
+}
+
+std::string composeSamplerName(int unit) {
+    return "BaseTexture" + std::to_string(unit);
+}
+
+std::vector<std::string> composeUsualSamplerNames() {
+    std::vector<std::string> names;
+    for (std::size_t unit = 0; unit < usualTextureUnits; ++unit) {
+        names.push_back(composeSamplerName(static_cast<int>(unit)));
+    }
+    return names;
+}
+
+osg::Uniform* makeSampler(int unit) {
+    static const std::vector<std::string> usualNames = composeUsualSamplerNames();
+    const auto index = static_cast<std::size_t>(unit);
+    if (index < usualNames.size()) return new osg::Uniform(usualNames[index].c_str(), unit);
+    return new osg::Uniform(composeSamplerName(unit).c_str(), unit);
 }
 
 void appendTextureCoordinate(std::string& out, int unit) {
@@ -156,12 +187,14 @@ void save(const std::string& path, const std::string& text) {
 }  // namespace
 
 ShaderGenerator* ShaderGenerator::instance() {
-    static auto* const generator = new ShaderGenerator(noUnit);
+    static auto* const generator = new ShaderGenerator(noUnit, false);
     return generator;
 }
 
-ShaderGenerator::ShaderGenerator(int shadowTexUnit)
-    : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN), _shadowTexUnit(shadowTexUnit) {}
+ShaderGenerator::ShaderGenerator(int shadowTexUnit, bool overridesApplyStateSet)
+    : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN),
+      _shadowTexUnit(shadowTexUnit),
+      _overridesApplyStateSet(overridesApplyStateSet) {}
 
 ShaderGenerator::~ShaderGenerator() = default;
 
@@ -182,7 +215,9 @@ void ShaderGenerator::process(osg::Node* node, osg::Group* parent, bool shadow, 
     _rootProcessed = false;
 
     _stateSetStack.push_back(inheritedState(parent));
+    _shaderStateStack.emplace_back().merge(*_stateSetStack.back());
     node->accept(*this);
+    _shaderStateStack.pop_back();
     _stateSetStack.pop_back();
 
     // Nothing ever sets the flag: the root is always classified by itself as well.
@@ -213,60 +248,85 @@ void ShaderGenerator::reloadSavedShaders() {
 }
 
 void ShaderGenerator::apply(osg::Node& node) {
-    const osg::ref_ptr<osg::StateSet> accumulated = accumulate(node.getStateSet());
+    const bool hasState = node.getStateSet() != nullptr;
     // A drawable that hangs directly below a group arrives here as a node; it is classified as one in a geode would be.
-    if (node.getStateSet()) applyStateSet(node.getStateSet(), accumulated.get(), node.asDrawable());
+    if (hasState) enter(*node.getStateSet(), node.asDrawable());
 
     if (osg::Geode* geode = node.asGeode()) {
-        applyToDrawablesOf(*geode, *accumulated);
-        return;
+        applyToDrawablesOf(*geode);
+    } else {
+        traverse(node);
     }
-    _stateSetStack.push_back(accumulated);
-    traverse(node);
-    _stateSetStack.pop_back();
+    if (hasState) leave();
 }
 
-osg::ref_ptr<osg::StateSet> ShaderGenerator::accumulate(const osg::StateSet* own) const {
-    osg::ref_ptr<osg::StateSet> accumulated = new osg::StateSet;
-    if (!_stateSetStack.empty()) accumulated->merge(*_stateSetStack.back());
-    if (own) accumulated->merge(*own);
-    return accumulated;
-}
-
-void ShaderGenerator::applyToDrawablesOf(osg::Geode& geode, const osg::StateSet& accumulated) {
+void ShaderGenerator::applyToDrawablesOf(osg::Geode& geode) {
     for (unsigned int i = 0; i < geode.getNumDrawables(); ++i) {
         osg::Drawable* drawable = geode.getDrawable(i);
         if (!drawable || !drawable->getStateSet()) continue;
 
-        osg::ref_ptr<osg::StateSet> withDrawable = new osg::StateSet;
-        withDrawable->merge(accumulated);
-        withDrawable->merge(*drawable->getStateSet());
-        applyStateSet(drawable->getStateSet(), withDrawable.get(), drawable);
+        enter(*drawable->getStateSet(), drawable);
+        leave();
     }
+}
+
+void ShaderGenerator::enter(osg::StateSet& own, osg::Drawable* drawable) {
+    if (_overridesApplyStateSet) {
+        osg::ref_ptr<osg::StateSet> accumulated = accumulateAll(own);
+        applyStateSet(&own, accumulated.get(), drawable);
+        _stateSetStack.push_back(std::move(accumulated));
+    } else {
+        ShaderState accumulated = accumulate(own);
+        assignProgram(own, accumulated, drawable);
+        _shaderStateStack.push_back(std::move(accumulated));
+    }
+}
+
+void ShaderGenerator::leave() {
+    if (_overridesApplyStateSet) {
+        _stateSetStack.pop_back();
+    } else {
+        _shaderStateStack.pop_back();
+    }
+}
+
+osg::ref_ptr<osg::StateSet> ShaderGenerator::accumulateAll(const osg::StateSet& own) const {
+    osg::ref_ptr<osg::StateSet> accumulated = new osg::StateSet;
+    if (!_stateSetStack.empty()) accumulated->merge(*_stateSetStack.back());
+    accumulated->merge(own);
+    return accumulated;
+}
+
+ShaderState ShaderGenerator::accumulate(const osg::StateSet& own) const {
+    ShaderState accumulated;
+    if (!_shaderStateStack.empty()) accumulated = _shaderStateStack.back();
+    accumulated.merge(own);
+    return accumulated;
 }
 
 void ShaderGenerator::applyStateSet(osg::StateSet* own, osg::StateSet* accumulated, osg::Drawable* drawable) {
-    if (auto* material = dynamic_cast<osg::Material*>(accumulated->getAttribute(osg::StateAttribute::MATERIAL))) {
-        whitenColorsLeftToTheMaterial(*material);
-    }
+    ShaderState inForce;
+    inForce.merge(*accumulated);
+    assignProgram(*own, inForce, drawable);
+}
 
-    const ShaderFeatures features = classify(*own, *accumulated, drawable);
-    const auto* present = dynamic_cast<osg::Program*>(own->getAttribute(osg::StateAttribute::PROGRAM));
+void ShaderGenerator::assignProgram(osg::StateSet& own, const ShaderState& accumulated, const osg::Drawable* drawable) {
+    if (accumulated.material()) whitenColorsLeftToTheMaterial(*accumulated.material());
+
+    const ShaderFeatures& features = classify(own, accumulated, drawable);
+    const auto* present = dynamic_cast<osg::Program*>(own.getAttribute(osg::StateAttribute::PROGRAM));
     if (present && present->getName() == features.name) return;
 
     osg::Program* program = getOrCreateProgram(features);
-    for (int unit : features.textureUnits) {
-        const std::string sampler = "BaseTexture" + std::to_string(unit);
-        own->addUniform(new osg::Uniform(sampler.c_str(), unit), osg::StateAttribute::ON);
-    }
-    own->setAttribute(program);
+    for (int unit : features.textureUnits) own.addUniform(makeSampler(unit), osg::StateAttribute::ON);
+    own.setAttribute(program);
     if (_shadowTexUnit != noUnit) {
-        own->addUniform(new osg::Uniform("ShadowMapTex", _shadowTexUnit), osg::StateAttribute::ON);
+        own.addUniform(new osg::Uniform("ShadowMapTex", _shadowTexUnit), osg::StateAttribute::ON);
     }
 }
 
-ShaderFeatures ShaderGenerator::classify(const osg::StateSet& own, const osg::StateSet& accumulated,
-                                         const osg::Drawable* drawable) const {
+const ShaderFeatures& ShaderGenerator::classify(const osg::StateSet& own, const ShaderState& accumulated,
+                                                const osg::Drawable* drawable) {
     ShaderFeatures features;
     features.textureUnits.reserve(usualTextureUnits);
     features.lighting = _lighting;
@@ -274,10 +334,10 @@ ShaderFeatures ShaderGenerator::classify(const osg::StateSet& own, const osg::St
     features.shadowUnit = _shadowTexUnit;
     features.fog = _fog;
     // Normal and specular maps must be declared on the state set itself; overlay and sun colours may be inherited.
-    features.sunUniforms = accumulated.getUniform("SunAmbient") != nullptr;
-    features.normalMapUnit = readUnitOrReport(own.getUniform("NormalMapTex"));
-    features.specMapUnit = readUnitOrReport(own.getUniform("SpecMapTex"));
-    features.overlayUnit = readUnit(accumulated.getUniform("OverlayTex"));
+    features.sunUniforms = accumulated.hasSun();
+    features.normalMapUnit = readUnitOrReport(own.getUniform(normalMapName));
+    features.specMapUnit = readUnitOrReport(own.getUniform(specMapName));
+    features.overlayUnit = readUnit(accumulated.overlay());
 
     if (dynamic_cast<const osgText::Text*>(drawable)) {
         features.textureUnits.push_back(textTextureUnit);
@@ -285,23 +345,24 @@ ShaderFeatures ShaderGenerator::classify(const osg::StateSet& own, const osg::St
     } else {
         findTextureUnits(features, accumulated);
     }
-    features.name = composeName(features);
-    return features;
+    return named(std::move(features));
 }
 
-void ShaderGenerator::findTextureUnits(ShaderFeatures& features, const osg::StateSet& accumulated) const {
-    const auto count = static_cast<int>(accumulated.getNumTextureAttributeLists());
-    for (int unit = 0; unit < count; ++unit) {
-        const auto attribute = [&](osg::StateAttribute::Type type) {
-            return accumulated.getTextureAttribute(static_cast<unsigned int>(unit), type);
-        };
-        const bool isTextured = dynamic_cast<const osg::Texture*>(attribute(osg::StateAttribute::TEXTURE)) != nullptr;
-        const bool isMap = unit == features.normalMapUnit || unit == features.specMapUnit;
-        if (isTextured && !isMap) features.textureUnits.push_back(unit);
-        if (dynamic_cast<const osg::PointSprite*>(attribute(osg::StateAttribute::POINTSPRITE))) {
-            features.pointSprite = true;
-        }
-    }
+// Graphs ask for few different programs very often, and a name costs more than to find it again.
+const ShaderFeatures& ShaderGenerator::named(ShaderFeatures features) {
+    const auto known = _records.find(features);
+    if (known != _records.end()) return *known;
+
+    features.name = composeName(features);
+    return *_records.insert(std::move(features)).first;
+}
+
+bool ShaderGenerator::BeforeBesidesName::operator()(const ShaderFeatures& left, const ShaderFeatures& right) const {
+    const auto allBesidesName = [](const ShaderFeatures& f) {
+        return std::tie(f.textureUnits, f.normalMapUnit, f.specMapUnit, f.overlayUnit, f.sunUniforms, f.lighting,
+                        f.shadowUnit, f.normalMapping, f.fog, f.text, f.pointSprite);
+    };
+    return allBesidesName(left) < allBesidesName(right);
 }
 
 osg::Program* ShaderGenerator::getOrCreateProgram(const ShaderFeatures& features) {
