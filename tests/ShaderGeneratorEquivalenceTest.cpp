@@ -169,13 +169,13 @@ private:
     const osg::StateAttribute* _attribute;
 };
 
-/** A program that notes which uniforms a state set has when the program is put there. */
+/** A program that notes which uniforms a state set has when the program is first put there. */
 class WatchfulProgram : public osg::Program {
 public:
     explicit WatchfulProgram(const osg::StateSet& state) : _state(state) {}
 
     bool isTextureAttribute() const override {
-        uniforms = intUniforms(_state);
+        if (uniforms.empty()) uniforms = intUniforms(_state);
         return false;
     }
 

@@ -117,7 +117,8 @@ protected:
     virtual osg::Program* getOrCreateProgram(const ShaderFeatures& features);
 
     /**
-     * Classifies a state and puts the program and its uniforms on `own`.
+     * Classifies a state and puts the program and its uniforms on `own`. Called for every state set that a walk meets,
+     * unless the constructor was promised that no subclass overrides it.
      * @param own the state set that is changed; @param accumulated what is in force there, `own` included
      * @param drawable the drawable that `own` belongs to, or null
      */

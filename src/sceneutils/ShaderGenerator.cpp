@@ -214,8 +214,9 @@ void ShaderGenerator::process(osg::Node* node, osg::Group* parent, bool shadow, 
     _fog = fog;
     _rootProcessed = false;
 
-    _stateSetStack.push_back(inheritedState(parent));
-    _shaderStateStack.emplace_back().merge(*_stateSetStack.back());
+    const osg::ref_ptr<osg::StateSet> inherited = inheritedState(parent);
+    _stateSetStack.push_back(inherited);
+    _shaderStateStack.emplace_back().merge(*inherited);
     node->accept(*this);
     _shaderStateStack.pop_back();
     _stateSetStack.pop_back();
