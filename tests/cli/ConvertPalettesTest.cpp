@@ -110,22 +110,33 @@ const char* const ownPaint = "grey 150 diffuse 0.5 red";
 
 }  // namespace
 
-class ReferenceFlags : public testing::TestWithParam<std::pair<std::size_t, const char*>> {};
+struct FlagsCase {
+    const char* name;
+    std::size_t flags;
+    const char* paint;  ///< of the referenced file
+};
 
-INSTANTIATE_TEST_SUITE_P(ConvertPalettes, ReferenceFlags,
-                         testing::Values(std::make_pair(ownEverything, ownPaint),
-                                         std::make_pair(ownEverything & ~ownTextures, "grey 100 diffuse 0.5 red"),
-                                         std::make_pair(ownEverything & ~ownMaterials, "grey 150 diffuse 0.25 red"),
-                                         std::make_pair(ownEverything & ~ownColors, "grey 150 diffuse 0.5 blue"),
-                                         std::make_pair(std::size_t{0}, "grey 100 diffuse 0.25 blue")),
-                         [](const auto& information) { return "Case" + std::to_string(information.index); });
+void PrintTo(const FlagsCase& flagsCase, std::ostream* out) {
+    *out << flagsCase.name;
+}
+
+class ReferenceFlags : public testing::TestWithParam<FlagsCase> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    ConvertPalettes, ReferenceFlags,
+    testing::Values(FlagsCase{"AllOwn", ownEverything, ownPaint},
+                    FlagsCase{"ParentsTextures", ownEverything & ~ownTextures, "grey 100 diffuse 0.5 red"},
+                    FlagsCase{"ParentsMaterials", ownEverything & ~ownMaterials, "grey 150 diffuse 0.25 red"},
+                    FlagsCase{"ParentsColors", ownEverything & ~ownColors, "grey 150 diffuse 0.5 blue"},
+                    FlagsCase{"AllParents", 0, "grey 100 diffuse 0.25 blue"}),
+    [](const auto& information) { return information.param.name; });
 
 TEST_P(ReferenceFlags, DecideWhosePalettesAConvertedFileUses) {
-    const auto [flags, expected] = GetParam();
+    const char* const expected = GetParam().paint;
     const TemporaryDirectory folder;
     writePainted(folder / "in/master.flt", 100, 0.25f, storedBlue, {"tile.flt"});
     writePainted(folder / "in/tile.flt", 150, 0.5f, storedRed);
-    setReferenceFlags(folder / "in/master.flt", flags);
+    setReferenceFlags(folder / "in/master.flt", GetParam().flags);
 
     EXPECT_EQ(convertIn(folder.path(), {"in/master.flt", "out/master.ive", "--recurse"}).status, 0);
 
