@@ -2,7 +2,7 @@
 #include "FreshProcess.h"
 #include "Table.h"
 
-#include "SampleDatabase.h"
+#include "sample/SampleDatabase.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,5 +1,5 @@
 #include "Command.h"
-#include "SampleDatabase.h"
+#include "sample/SampleDatabase.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,4 +1,4 @@
-#include "SampleDatabase.h"
+#include "sample/SampleDatabase.h"
 #include "support/Conversions.h"
 #include "support/FileRequests.h"
 

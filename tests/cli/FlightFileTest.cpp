@@ -1,5 +1,5 @@
+#include "FlightFile.h"
 #include "convert/ChildProcess.h"
-#include "convert/FlightFile.h"
 #include "support/FlightRecords.h"
 #include "support/Graphs.h"
 #include "support/TemporaryDirectory.h"

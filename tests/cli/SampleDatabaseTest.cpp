@@ -1,4 +1,4 @@
-#include "SampleDatabase.h"
+#include "sample/SampleDatabase.h"
 
 #include "Command.h"
 #include "support/OsgMessages.h"

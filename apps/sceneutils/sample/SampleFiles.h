@@ -1,6 +1,7 @@
 #pragma once
 
-#include "Command.h"
+#include "../Command.h"
+#include "../FlightFile.h"
 #include "SampleDatabase.h"
 
 #include <osg/Image>
@@ -53,30 +54,15 @@ inline bool endsWith(const std::string& bytes, const std::string& end) {
     return bytes.size() >= end.size() && bytes.compare(bytes.size() - end.size(), end.size(), end) == 0;
 }
 
-inline std::size_t bigEndian(const std::string& bytes, std::size_t at, std::size_t count) {
-    std::size_t value = 0;
-    for (std::size_t i = 0; i < count && at + i < bytes.size(); ++i)
-        value = value << 8u | static_cast<unsigned char>(bytes[at + i]);
-    return value;
-}
-
-/** Whether the records fill the file exactly and close every level: OSG's writer reports no failed write. */
-inline bool isWholeOpenFlight(const std::string& bytes) {
-    constexpr std::size_t pushLevel = 10, popLevel = 11, vertexPalette = 67, headerSize = 4;
-    std::size_t at = 0;
-    std::size_t record = 0;
-    int depth = 0;
-    while (at + headerSize <= bytes.size()) {
-        record = bigEndian(bytes, at, 2);
-        // The vertices that follow a vertex palette count as part of it, so that missing ones are noticed.
-        const std::size_t size =
-            record == vertexPalette ? bigEndian(bytes, at + headerSize, 4) : bigEndian(bytes, at + 2, 2);
-        if (size < headerSize) return false;
-        if (record == pushLevel) ++depth;
-        if (record == popLevel) --depth;
-        at += size;
+/** Whether all of a model arrived: OSG's writer reports no failed write. The last record closes the last level. */
+inline bool isWholeOpenFlight(const fs::path& path) {
+    using namespace std::string_literals;
+    try {
+        scanFlightFile(path);
+    } catch (const FlightFileError&) {
+        return false;
     }
-    return at == bytes.size() && record == popLevel && depth == 0;
+    return endsWith(readBytes(path), "\x00\x0b\x00\x04"s);
 }
 
 inline bool isWholePng(const std::string& bytes) {
@@ -162,7 +148,7 @@ public:
         // The plug-in looks for a texture's attribute file, and writes it, relative to the working directory.
         enterFolder(path.parent_path());
         const bool isWritten = osgDB::writeNodeFile(node, path.string(), _options);
-        if (!isWritten || !isWholeOpenFlight(readBytes(path))) failWhole(path);
+        if (!isWritten || !isWholeOpenFlight(path)) failWhole(path);
         ++_summary.files;
     }
 

@@ -1,6 +1,6 @@
 #include "SampleDatabase.h"
 
-#include "Command.h"
+#include "../Command.h"
 #include "SampleFiles.h"
 #include "SampleImages.h"
 #include "SampleNoise.h"
@@ -133,10 +133,10 @@ public:
           _files(files),
           _grid(options),
           _terrain(seedFor(options.seed, Purpose::Heights)),
-          _palette(options.textures) {}
+          _look(options.textures) {}
 
     void writeAll() {
-        for (unsigned texture = 0; texture < _palette.textures(); ++texture) writeTexture(texture);
+        for (unsigned texture = 0; texture < _look.textures(); ++texture) writeTexture(texture);
         if (hasModels())
             for (unsigned variant = 0; variant < modelVariants; ++variant) writeModels(variant);
         for (unsigned tile = 0; tile < _grid.tiles(); ++tile)
@@ -160,12 +160,12 @@ private:
     }
 
     osg::ref_ptr<osg::StateSet> surface(ImageKind kind, const Contents& contents) const {
-        return _palette.makeSurface(kind, contents.variant, contents.toRoot + textureFolder + "/");
+        return _look.makeSurface(kind, contents.variant, contents.toRoot + textureFolder + "/");
     }
 
     void writeTexture(unsigned texture) {
         const std::uint64_t seed = seedOf(seedFor(_options.seed, Purpose::Pictures), texture);
-        _files.writeImage(*makeImage(Palette::kindOf(texture), seed), textureFolder, Palette::nameOf(texture));
+        _files.writeImage(*makeImage(Look::kindOf(texture), seed), textureFolder, Look::nameOf(texture));
     }
 
     void writeModels(unsigned variant) {
@@ -311,7 +311,7 @@ private:
     FileWriter& _files;
     Grid _grid;
     Terrain _terrain;
-    Palette _palette;
+    Look _look;
 };
 
 void requireRange(const std::string& name, unsigned value, unsigned largest) {

@@ -53,9 +53,9 @@ std::vector<osg::ref_ptr<T>> makeInAddressOrder(std::size_t count) {
 }
 
 /** The textures and materials that all files share. */
-class Palette {
+class Look {
 public:
-    explicit Palette(unsigned textures)
+    explicit Look(unsigned textures)
         : _textures(makeInAddressOrder<osg::Texture2D>(textures)),
           _materials(makeInAddressOrder<osg::Material>(imageKinds.size())) {
         for (unsigned i = 0; i < textures; ++i) setUpTexture(i);
