@@ -1,5 +1,6 @@
 #include "sample/SampleDatabase.h"
 #include "support/Conversions.h"
+#include "support/TexturedModels.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -308,4 +309,47 @@ TEST(ConvertFailures, SaysInOneLineWhatIsWrongWithANameOfSeveral) {
     const ToolResult result = convertIn(folder.path(), {"in/master.flt", "out/m.ive", "--recurse"});
 
     EXPECT_EQ(result.errors, "sceneutils: gone??[31m.flt (named by master.flt): no such file\n");
+}
+
+namespace {
+
+/** A black picture of that many pixels each way, which takes a while to copy but none to make. */
+void writeLargePicture(const fs::path& path, std::size_t size) {
+    const std::string header = "P6\n" + std::to_string(size) + " " + std::to_string(size) + "\n255\n";
+    writeBytes(path, header);
+    fs::resize_file(path, header.size() + 3 * size * size);
+}
+
+/** Ends the process that has begun to write an output of that name, as the system does when memory runs out. */
+bool killWriterOf(const ToolProcess& tool, const fs::path& output) {
+    const std::string beginning = "." + output.filename().string() + ".part-";
+    while (tool.isRunning()) {
+        std::error_code notMadeYet;
+        for (const auto& entry : fs::directory_iterator(output.parent_path(), notMadeYet)) {
+            const std::string name = entry.path().filename().string();
+            if (name.compare(0, beginning.size(), beginning) != 0) continue;
+            return kill(std::stoi(name.substr(beginning.size())), SIGKILL) == 0;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+TEST(ConvertFailures, LeavesNothingOfATextureWhoseCopyingWasKilled) {
+    const TemporaryDirectory folder;
+    writeLargePicture(folder / "in/a.ppm", 6000);
+    const osg::ref_ptr<osg::Group> model = makeModel(10);
+    model->addChild(makeTextured("a.ppm"));
+    writeFlight(folder / "in/master.flt", *model);
+    ToolSettings settings;
+    settings.workingDirectory = folder.path();
+    ToolProcess tool(SCENEUTILS_TOOL, {"convert", "in/master.flt", "out/m.ive"}, settings);
+
+    ASSERT_TRUE(killWriterOf(tool, folder / "out/a.ppm"));
+    const ToolResult result = tool.wait();
+
+    EXPECT_EQ(result.status, 4);
+    EXPECT_THAT(result.errorLines(), ElementsAre(EndsWith("/out/a.ppm: crashed while being written (Killed)")));
+    EXPECT_THAT(namesIn(folder / "out"), IsEmpty());
 }

@@ -92,7 +92,8 @@ std::optional<osg::BoundingSphere> DatabaseConversion::obtain(std::size_t file, 
 }
 
 void DatabaseConversion::convertInChild(std::size_t file, osg::Referenced* palettes) {
-    std::string problem;
+    FileResult result;
+    result.file = file;
     try {
         const ChildEnd end = runInChild(
             _plan.options.secondsPerFile,
@@ -102,16 +103,17 @@ void DatabaseConversion::convertInChild(std::size_t file, osg::Referenced* palet
             },
             [&](const std::string& message) { receive(message); });
         if (_states[file].isFinished) return;
-        problem = whyItEnded(file, end);
-        std::error_code ignored;
-        if (!_states[file].output.empty()) fs::remove(WholeFile::temporaryPath(_states[file].output, end.pid), ignored);
+        result.problem = whyItEnded(file, end);
+        const std::string& output = _states[file].output;
+        if (!output.empty()) {
+            std::error_code ignored;
+            fs::remove(WholeFile::temporaryPath(output, end.pid), ignored);
+            result.problem = output + ": " + result.problem;
+            result.isOutputProblem = true;
+        }
     } catch (const std::system_error& error) {
-        problem = error.what();
+        result.problem = error.what();
     }
-
-    FileResult result;
-    result.file = file;
-    result.problem = problem;
     finish(result, std::nullopt);
 }
 
