@@ -111,7 +111,8 @@ void checkReportPath(const ConversionPlan& plan, const std::string& report) {
     const fs::path path = placeOf(report);
     if (plan.inputs.count(path) != 0) throw OutputError(report + ": is one of the inputs; choose another name");
     for (const PlannedFile& file : plan.files) {
-        if (file.output == path) throw OutputError(report + ": is one of the outputs; choose another name");
+        if (file.output.string() == path.string())
+            throw OutputError(report + ": is one of the outputs; choose another name");
     }
     checkOutputPath(report, plan.options.overwrite);
 }

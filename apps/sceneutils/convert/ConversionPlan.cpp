@@ -103,6 +103,7 @@ private:
         _plan.files.push_back(std::move(file));
 
         const PaletteHashes palettes = palettesInForce(scan, inherited, _plan.files[index].identity);
+        _plan.files[index].references.reserve(scan.references.size());
         for (const FlightReference& reference : scan.references) {
             PlannedReference planned = follow(index, reference, palettes, level);
             _plan.files[index].references.push_back(std::move(planned));
@@ -239,9 +240,9 @@ private:
 
     ConversionPlan _plan;
     FileFinder _finder;
-    std::map<std::pair<fs::path, PaletteHashes>, std::size_t> _known;
+    std::map<std::pair<StoredPath, PaletteHashes>, std::size_t> _known;
     std::set<std::string> _takenOutputs;
-    std::set<fs::path> _passedOver;
+    std::set<StoredPath> _passedOver;
 };
 
 }  // namespace
