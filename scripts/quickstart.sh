@@ -4,12 +4,12 @@
 #     scripts/quickstart.sh [FOLDER]      FOLDER: where the databases go, a new or empty one
 #                                         (default: build/quickstart, which is emptied first)
 set -euo pipefail
+folder=$(realpath --canonicalize-missing "${1:-$(dirname "${BASH_SOURCE[0]}")/../build/quickstart}")
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 if [ $# -eq 0 ]; then rm -rf build/quickstart; fi
-folder=${1:-build/quickstart}
 
 scripts/install-dependencies.sh
-cmake --preset release -DSCENEUTILS_BUILD_TESTS=OFF -DSCENEUTILS_BUILD_BENCHMARKS=OFF >/dev/null
+cmake --preset release >/dev/null
 cmake --build --preset release --target sceneutils
 tool=build/release/apps/sceneutils/sceneutils
 

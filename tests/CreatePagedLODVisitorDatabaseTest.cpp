@@ -430,6 +430,33 @@ INSTANTIATE_TEST_SUITE_P(
                     Circle{"Dots", {{"world.flt", {"./././world.flt"}}}}),
     [](const auto& circle) { return circle.param.name; });
 
+TEST_F(PagedDatabase, EndsACircleThatLeadsThroughALinkedFolder) {
+    std::filesystem::create_directory_symlink(".", at("loop"));
+    FlightFile{10, {"loop/world.flt", "none/../world.flt"}}.write(at("world.flt"));
+    const DoubledDirectoriesFound help;
+    visitor.setRecurse(true);
+
+    convert(at("world.flt"), at("world.ive"));
+
+    EXPECT_THAT(pagesIn("world.ive"), testing::Not(testing::IsEmpty()));
+}
+
+TEST_F(PagedDatabase, SurvivesAWriterThatThrows) {
+    class Throwing : public osgDB::WriteFileCallback {
+        osgDB::ReaderWriter::WriteResult writeNode(const osg::Node&, const std::string&,
+                                                   const osgDB::Options*) override {
+            throw std::bad_alloc();
+        }
+    };
+    FlightFile{10, {}}.write(at("world.flt"));
+    osgDB::Registry::instance()->setWriteFileCallback(new Throwing);
+
+    EXPECT_EQ("Converting world.flt\nSaving world.ive\ndone convert\n", convert());
+
+    osgDB::Registry::instance()->setWriteFileCallback(nullptr);
+    EXPECT_TRUE(converted);
+}
+
 TEST_F(PagedDatabase, EndsACircleWithoutRecursionToo) {
     FlightFile{10, {"world.flt", "a.flt"}}.write(at("world.flt"));
     FlightFile{5, {"world.flt"}}.write(at("a.flt"));

@@ -100,18 +100,30 @@ private:
     std::set<std::string> _missingTextures;
 };
 
+fs::path placeOf(const std::string& report) {
+    std::error_code error;
+    const fs::path path = fs::weakly_canonical(fs::absolute(report), error);
+    return error ? fs::absolute(report).lexically_normal() : path;
+}
+
 void checkReportPath(const ConversionPlan& plan, const std::string& report) {
     if (report.empty()) return;
-    const fs::path path = fs::weakly_canonical(fs::absolute(report));
+    const fs::path path = placeOf(report);
     if (plan.inputs.count(path) != 0) throw OutputError(report + ": is one of the inputs; choose another name");
     for (const PlannedFile& file : plan.files) {
-        if (file.output == path) throw OutputError(report + ": is one of the outputs; choose another name");
+        if (file.output.string() == path.string())
+            throw OutputError(report + ": is one of the outputs; choose another name");
     }
     checkOutputPath(report, plan.options.overwrite);
 }
 
 void writeReport(const ConversionPlan& plan, const ConversionReport& report, const std::string& path) {
     if (path.empty()) return;
+    for (const FileResult& result : report.files) {
+        if (result.texturesPlaced.count(placeOf(path).string()) != 0) {
+            throw OutputError(path + ": is one of the outputs; choose another name");
+        }
+    }
     WholeFile file(path, plan.options.overwrite);
     // File names need not be UTF-8, JSON must.
     file.stream() << reportAsJson(plan, report).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
@@ -122,7 +134,8 @@ ExitStatus statusOf(const ConversionReport& report) {
     const auto isMaster = [](const FileResult& result) { return result.file == 0; };
     const auto master = std::find_if(report.files.begin(), report.files.end(), isMaster);
     if (!master->problem.empty()) {
-        return master->isOutputProblem ? ExitStatus::OutputNotWritten : ExitStatus::InputUnreadable;
+        if (master->isOutputProblem) return ExitStatus::OutputNotWritten;
+        return report.filesConverted() == 0 ? ExitStatus::InputUnreadable : ExitStatus::DonePartly;
     }
     return report.filesFailed() == 0 ? ExitStatus::Done : ExitStatus::DonePartly;
 }
@@ -130,13 +143,13 @@ ExitStatus statusOf(const ConversionReport& report) {
 ExitStatus runConvert(const ConvertArguments& arguments) {
     ConversionOptions options = arguments.options;
     options.smooth = !arguments.noSmooth;
+    processOfTheUser = getpid();
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, endOnSignal);
+    std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes shows in the write that fails
+
     const ConversionPlan plan = planConversion(options);
     try {
         checkReportPath(plan, arguments.report);
-        processOfTheUser = getpid();
-        std::signal(SIGINT, endOnSignal);
-        std::signal(SIGTERM, endOnSignal);
-        std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes shows in the write that fails
 
         ConversionReport report;
         {
@@ -178,9 +191,12 @@ void addConvertCommand(CLI::App& app, ExitStatus& result) {
         ->capture_default_str();
     command->add_flag("--verbose", options.verbose, "Show the messages of the library and of OpenSceneGraph");
     command->footer(
-        "The output's folder becomes the whole database: textures and converted files lie in it as they lay in the\n"
-        "master's folder, and name each other relative to it, so that it can be moved or copied as one.\n"
-        "Files that are missing, damaged or cut short are named on standard error; the rest is converted (status 5).");
+        std::string(
+            "Textures and converted files lie in the output's folder as they lay in the master's and name each other\n"
+            "relatively; with --recurse the folder is the whole database, which can be moved or copied as one.\n"
+            "Files that are missing, damaged or cut short are named on standard error; the rest is converted (status "
+            "5).") +
+        "\n\n" + app.get_footer());
     command->callback([arguments, &result] { result = runConvert(*arguments); });
 }
 

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <csignal>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -16,7 +17,12 @@ struct Request {
     SampleOptions options;
 };
 
+extern "C" void interruptSample(int) {
+    sampleInterrupted = 1;
+}
+
 void writeSample(const Request& request) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, interruptSample);
     const SampleSummary made = writeSampleDatabase(request.directory, request.options);
     std::cout << "OpenFlight files: " << made.files << ", textures: " << made.textures << ", bytes: " << made.bytes
               << ", master: " << made.master.string() << "\n";

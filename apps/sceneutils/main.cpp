@@ -50,5 +50,7 @@ int main(int argc, char** argv) {
     } catch (const std::exception& error) {
         return fail(ExitStatus::OutputNotWritten, error.what());
     }
+    std::cout.flush();
+    if (!std::cout) return fail(ExitStatus::OutputNotWritten, "standard output cannot be written");
     return end(result);
 }

@@ -24,11 +24,14 @@ namespace veltrane::sceneutils {
  *     visitor.setRecurse(true);
  *     osg::ref_ptr<osg::Node> world = visitor.convert("world.flt", "world.ive");
  *
- * Every osg::ProxyNode whose file name holds ".flt" is hung below a new osg::PagedLOD that loads that file (or, when
- * references are converted, the ".ive" of its name) as soon as the eye comes nearer than the model's bounding radius
- * plus the range set here. Each graph that is written is first optimised, given smooth normals, generated shaders and
- * trilinear texture filters. Referenced files are written beside their inputs; the texture files themselves are not
- * copied, only named.
+ * Every osg::ProxyNode whose file name holds ".flt" and whose file can be read is hung below a new osg::PagedLOD that
+ * loads that file (or, when references are converted, the ".ive" of its name) as soon as the eye comes nearer than the
+ * model's bounding radius plus the range set here. Each graph that is written is first optimised, given smooth normals,
+ * generated shaders and trilinear texture filters. Referenced files are written beside their inputs; the texture files
+ * themselves are not copied, only named.
+ *
+ * A reference whose file cannot be read stays as it is, but for its name when references are converted; the next one
+ * that names the file tries again.
  *
  * Reported on standard error, a line each: "Converting NAME", "Saving PATH", "done convert", "Error reading file PATH".
  * Nothing is thrown. A write that fails is not noticed: check the output, or use an osgDB::WriteFileCallback.
@@ -64,7 +67,10 @@ public:
      */
     void setConvertExRefsToIVE(bool convert);
 
-    /** The distance beyond a model's bounding radius from which it is seen, in graph units. Default: 10000. */
+    /**
+     * The distance beyond a model's bounding radius from which it is seen, in graph units. Default: 10000. Any value is
+     * taken; a negative one brings the model into sight only inside its own bounding sphere, or never.
+     */
     void setMaxRange(float range);
 
     /** Whether the smoothing visitor runs before a graph is written. Default: on. */
@@ -94,7 +100,11 @@ public:
     /** Puts the noted PagedLODs into the graph. ProxyNodes that are gone, or have no parent, are passed over. */
     void InsertPagedLODs();
 
-    /** Sets up `plod` for a model of that bounding sphere and file name, and notes it for InsertPagedLODs(). */
+    /**
+     * Sets up `plod` for a model of that bounding sphere and file name, and notes it for InsertPagedLODs().
+     * @param plod a new PagedLOD; null is ignored. Nobody owns it before it is inserted: InsertPagedLODs() puts it into
+     *     the graph, or releases it if it passes it over.
+     */
     void addProxyToPagedLOD(osg::ProxyNode& proxy, osg::PagedLOD* plod, const osg::BoundingSphere& bs,
                             const std::string& fileName);
 

@@ -31,6 +31,8 @@ SCENEUTILS_EXPORT osg::ref_ptr<osg::Program> loadShader(const std::string& fileN
  * A file that is not found leaves the program as it is and logs the warning "Failed to load fragment shader: FILE" in
  * the category "sceneutils" (it says "fragment" whatever the type). A file that is found but cannot be read, a folder
  * for example, leaves the program with one shader without text.
+ *
+ * Keeps no state of its own. Must not run while another thread uses the program.
  */
 SCENEUTILS_EXPORT void reloadShader(const std::string& fileName, osg::Shader::Type type,
                                     osg::ref_ptr<osg::Program> program);

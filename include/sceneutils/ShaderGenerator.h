@@ -52,6 +52,9 @@ struct ShaderFeatures {
  * decides the text for both. State sets that already carry the program they need are left alone, so a second run
  * changes nothing.
  *
+ * Three combinations yield programs that do not compile or link: a normal map with lighting and sun colours, a texture
+ * coordinate for a unit of 8 or more, and a point sprite without a base texture on unit 0.
+ *
  * Threads: process() holds a lock for the whole call and may be called from several threads on separate graphs. The
  * other operations take no lock; call instance() once before threads are started.
  */
@@ -93,7 +96,7 @@ public:
     /**
      * Reads the sources of all programs again from the files that saving wrote, so that they can be edited while the
      * application runs. Does nothing while saving is off. A file that cannot be read is reported on standard error as
-     * "Error reading PATH", and that shader keeps its source.
+     * "Error reading PATH", and that shader keeps its source. Must not run while process() runs in another thread.
      */
     void reloadSavedShaders();
 

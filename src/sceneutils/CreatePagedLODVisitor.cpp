@@ -129,7 +129,7 @@ CreatePagedLODVisitor& CreatePagedLODVisitor::operator=(const CreatePagedLODVisi
     pendingPagedLODs = other.pendingPagedLODs;
     directory = other.directory;
     errorFiles = other.errorFiles;
-    activeFile = other.activeFile;
+    // Not activeFile: a copy is in the middle of nothing.
     return *this;
 }
 
@@ -258,6 +258,8 @@ osg::ref_ptr<osg::Node> CreatePagedLODVisitor::readProxyNodeFile(const std::stri
 
 void CreatePagedLODVisitor::addProxyToPagedLOD(osg::ProxyNode& proxy, osg::PagedLOD* plod,
                                                const osg::BoundingSphere& bs, const std::string& fileName) {
+    if (!plod) return;
+
     plod->setCenterMode(osg::LOD::USER_DEFINED_CENTER);
     plod->setCenter(bs.center());
     plod->setRadius(bs.radius());

@@ -178,7 +178,7 @@ TEST(ConversionReport, HasAJsonFormOfAFileThatFailed) {
 
 TEST(ConversionReport, HasAJsonFormOfAFileThatWasOnlyRead) {
     ConversionPlan plan = threeFiles();
-    plan.files[1].output.clear();
+    plan.files[1].output = "";
     const nlohmann::json json = fileAsJson(plan, read(1));
     EXPECT_EQ(json["status"], "read");
     EXPECT_FALSE(json.contains("output"));

@@ -192,3 +192,31 @@ TEST(ConvertPalettes, ThatAreTheSameGiveOneOutput) {
 
     EXPECT_THAT(pagedFiles(load(folder / "out/m.ive")), ElementsAre("house.ive", "house.ive"));
 }
+
+TEST(ConvertPalettes, AreNotLostWithoutAWord) {
+    const TemporaryDirectory folder;
+    writePainted(folder / "in/master.flt", 100, 0.25f, storedBlue, {"tile.flt"});
+    writePainted(folder / "in/tile.flt", 150, 0.5f, storedRed, {"house.flt"});
+    writePainted(folder / "in/house.flt", 200, 0.75f, storedRed);
+    setReferenceFlags(folder / "in/master.flt", ownEverything);
+    setReferenceFlags(folder / "in/tile.flt", 0);
+
+    const ToolResult result = convertIn(folder.path(), {"in/master.flt", "out/m.ive", "--convert-references"});
+
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(result.errorLines(), ElementsAre("sceneutils: house.flt: takes palettes of tile.flt, which only a "
+                                                 "conversion hands on; pass --recurse"));
+    EXPECT_FALSE(fs::exists(folder / "out"));
+    EXPECT_EQ(convertIn(folder.path(), {"in/master.flt", "out/m.ive", "--recurse"}).status, 0);
+}
+
+TEST(ConvertPalettes, OfTheMasterNeedItsReferencesConverted) {
+    const TemporaryDirectory folder;
+    writePainted(folder / "in/master.flt", 100, 0.25f, storedBlue, {"tile.flt"});
+    writePainted(folder / "in/tile.flt", 150, 0.5f, storedRed);
+    setReferenceFlags(folder / "in/master.flt", 0);
+
+    EXPECT_EQ(convertIn(folder.path(), {"in/master.flt", "out/m.ive"}).status, 3);
+    EXPECT_EQ(convertIn(folder.path(), {"in/master.flt", "out/m.ive", "--convert-references"}).status, 0);
+    EXPECT_THAT(paintOf(load(folder / "out/tile.ive")), ElementsAre("grey 100 diffuse 0.25 blue"));
+}

@@ -34,6 +34,12 @@ fs::path identityOf(const fs::path& path) {
     return folder / path.filename();
 }
 
+fs::path resolved(const fs::path& path) {
+    std::error_code error;
+    const fs::path canonical = fs::canonical(path, error);
+    return error ? path.lexically_normal() : canonical;
+}
+
 // The name that the library gives to a converted file: everything from the first ".flt" on becomes ".ive".
 std::string pagedFileName(const std::string& name) {
     const std::string::size_type end = toLowerCase(name).find(modelExtension);
@@ -97,6 +103,7 @@ private:
         _plan.files.push_back(std::move(file));
 
         const PaletteHashes palettes = palettesInForce(scan, inherited, _plan.files[index].identity);
+        _plan.files[index].references.reserve(scan.references.size());
         for (const FlightReference& reference : scan.references) {
             PlannedReference planned = follow(index, reference, palettes, level);
             _plan.files[index].references.push_back(std::move(planned));
@@ -118,7 +125,10 @@ private:
             planned.target = addMissing(from, folder / reference.name);
         } else if (found && _plan.files[from].pagesReferences && namesAModel(reference.name)) {
             planned.target = addReferenced(from, *found, reference, palettes, level);
+        } else if (found && namesAModel(reference.name)) {
+            noteInputsBelow(*found);
         }
+        if (found && namesAModel(reference.name)) refuseToLosePalettes(from, planned, reference, palettes);
         return planned;
     }
 
@@ -171,7 +181,36 @@ private:
         _plan.inputs.insert(file.identity);
         for (const std::string& name : scan.textures) {
             const auto texture = _finder.findTexture(file.path.parent_path(), name);
-            if (texture) _plan.inputs.insert(fs::weakly_canonical(*texture));
+            if (texture) _plan.inputs.insert(resolved(*texture));
+        }
+    }
+
+    // A file that is not converted is loaded by OSG as it is, with what it refers to.
+    void noteInputsBelow(const fs::path& path) {
+        PlannedFile file;
+        file.path = path;
+        file.identity = identityOf(path);
+        if (!_passedOver.insert(file.identity).second) return;
+        try {
+            const FlightFile scan = scanFlightFile(path);
+            noteInputs(file, scan);
+            for (const FlightReference& reference : scan.references) {
+                if (const auto found = _finder.find(path.parent_path(), reference.name)) noteInputsBelow(*found);
+            }
+        } catch (const FlightFileError&) {
+            _plan.inputs.insert(file.identity);
+        }
+    }
+
+    // Whoever loads an OpenFlight file by itself cannot know the palettes of the file that refers to it.
+    void refuseToLosePalettes(std::size_t from, const PlannedReference& planned, const FlightReference& reference,
+                              const PaletteHashes& palettes) const {
+        if (planned.target != noFile && _plan.options.writesReferences()) return;
+        for (std::size_t i = 0; i < paletteKinds; ++i) {
+            if (!reference.takesParents[i] || palettes[i] == 0) continue;
+            throw CommandError(ExitStatus::NotSupported, relativeName(planned.path, _plan.inputFolder) +
+                                                             ": takes palettes of " + _plan.files[from].name +
+                                                             ", which only a conversion hands on; pass --recurse");
         }
     }
 
@@ -201,8 +240,9 @@ private:
 
     ConversionPlan _plan;
     FileFinder _finder;
-    std::map<std::pair<fs::path, PaletteHashes>, std::size_t> _known;
+    std::map<std::pair<StoredPath, PaletteHashes>, std::size_t> _known;
     std::set<std::string> _takenOutputs;
+    std::set<StoredPath> _passedOver;
 };
 
 }  // namespace

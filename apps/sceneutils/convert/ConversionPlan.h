@@ -28,10 +28,34 @@ struct ConversionOptions {
 
 constexpr std::size_t noFile = std::numeric_limits<std::size_t>::max();
 
+/**
+ * A path that is kept. std::filesystem::path keeps each of its parts as a path of its own as well, a kilobyte for a
+ * path of ten folders, and a plan of many files is nothing but paths.
+ */
+class StoredPath {
+public:
+    StoredPath() = default;
+    StoredPath(const std::filesystem::path& path) : _text(path.string()) {}
+    StoredPath(const std::string& path) : _text(path) {}
+    StoredPath(const char* path) : _text(path) {}
+    operator std::filesystem::path() const { return _text; }
+
+    bool empty() const { return _text.empty(); }
+    const std::string& string() const { return _text; }
+    std::filesystem::path parent_path() const { return std::filesystem::path(_text).parent_path(); }
+    std::filesystem::path filename() const { return std::filesystem::path(_text).filename(); }
+
+    friend bool operator==(const StoredPath& left, const StoredPath& right) { return left._text == right._text; }
+    friend bool operator<(const StoredPath& left, const StoredPath& right) { return left._text < right._text; }
+
+private:
+    std::string _text;
+};
+
 /** One external-reference record of a planned file. */
 struct PlannedReference {
     std::string storedName;
-    std::filesystem::path path;   ///< the file it leads to; empty if there is none
+    StoredPath path;              ///< the file it leads to; empty if there is none
     std::size_t target = noFile;  ///< that file's place in the plan; noFile: the reference stays as it is
 };
 
@@ -40,14 +64,14 @@ struct PlannedReference {
  * for each set of them, with an output of its own.
  */
 struct PlannedFile {
-    std::filesystem::path path;      ///< as it is reached: absolute, maybe through "..", in the letter case on disk
-    std::filesystem::path identity;  ///< the same for every way that leads to the file
-    std::string name;                ///< for messages: seen from the master's folder
-    std::size_t namedBy = noFile;    ///< the first file that refers to it; noFile for the master
-    std::string problem;             ///< why it cannot be converted; empty: it can
-    std::filesystem::path output;    ///< absolute; empty: nothing is written for it
-    float maxRange = 0.0f;           ///< for the references of this file
-    bool pagesReferences = false;    ///< its references are hung below PagedLODs
+    StoredPath path;               ///< as it is reached: absolute, maybe through "..", in the letter case on disk
+    StoredPath identity;           ///< the same for every way that leads to the file
+    std::string name;              ///< for messages: seen from the master's folder
+    std::size_t namedBy = noFile;  ///< the first file that refers to it; noFile for the master
+    std::string problem;           ///< why it cannot be converted; empty: it can
+    StoredPath output;             ///< absolute; empty: nothing is written for it
+    float maxRange = 0.0f;         ///< for the references of this file
+    bool pagesReferences = false;  ///< its references are hung below PagedLODs
     std::uintmax_t bytes = 0;
     std::vector<PlannedReference> references;  ///< in the order of the records
 };
@@ -65,7 +89,7 @@ struct ConversionPlan {
     std::filesystem::path inputFolder;   ///< the master's, resolved
     std::filesystem::path outputFolder;  ///< resolved as far as it exists
     std::vector<PlannedFile> files;
-    std::set<std::filesystem::path> inputs;  ///< resolved; what must never be overwritten, textures included
+    std::set<StoredPath> inputs;  ///< resolved; what must never be overwritten, textures included
 };
 
 /** @throws CommandError if the input cannot be converted or an output may not be written */

@@ -21,7 +21,7 @@ struct FileResult {
     std::uintmax_t bytesOut = 0;                        ///< of the converted file
     std::uintmax_t textureBytesOut = 0;                 ///< of the textures that were copied for it
     std::map<std::string, std::string> texturesPlaced;  ///< where they were put, and where from
-    std::vector<std::string> texturesMissing;           ///< as the file names them
+    std::vector<std::string> texturesMissing;           ///< seen from the master's folder
     double seconds = 0.0;                               ///< without the files that it refers to
 };
 

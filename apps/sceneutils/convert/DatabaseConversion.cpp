@@ -47,7 +47,7 @@ std::optional<osg::BoundingSphere> decodeSphere(const nlohmann::json& json) {
 /** Loads OSG's plug-ins for the files that take part once for all processes, instead of once in each. */
 void loadPlugIns(const ConversionPlan& plan) {
     std::set<std::string> extensions = {"ive"};
-    for (const fs::path& input : plan.inputs) extensions.insert(osgDB::getLowerCaseFileExtension(input.string()));
+    for (const StoredPath& input : plan.inputs) extensions.insert(osgDB::getLowerCaseFileExtension(input.string()));
     for (const std::string& extension : extensions) {
         osgDB::Registry::instance()->getReaderWriterForExtension(extension);
     }

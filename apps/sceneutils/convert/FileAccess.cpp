@@ -165,9 +165,15 @@ ReaderWriter::ReadResult FileAccess::readImage(const std::string& name, const os
     return result;
 }
 
+// By the file that it leads to, not by the name: files in several folders may mean the same texture.
 void FileAccess::noteMissingTexture(const std::string& name) {
+    std::string withSlashes = name;
+    std::replace(withSlashes.begin(), withSlashes.end(), '\\', '/');
+    const fs::path path = (planned().identity.parent_path() / withSlashes).lexically_normal();
+    const std::string shown = relativeName(path, _plan.inputFolder);
+
     auto& missing = _result.texturesMissing;
-    if (std::find(missing.begin(), missing.end(), name) == missing.end()) missing.push_back(name);
+    if (std::find(missing.begin(), missing.end(), shown) == missing.end()) missing.push_back(shown);
 }
 
 ReaderWriter::ReadResult FileAccess::readNode(const std::string& name, const osgDB::Options* options) {
@@ -185,11 +191,11 @@ ReaderWriter::ReadResult FileAccess::readPlannedFile(const osgDB::Options* optio
         osgDB::Registry::instance()->readNodeImplementation(planned().path.string(), withPalettes.get());
     _isReading = false;
     _graph = result.getNode();
+    if (afterReading) afterReading();
     if (_graph) {
         ReferenceRenamer renamer(*this);
         _graph->accept(renamer);
     }
-    if (afterReading) afterReading();
     return result;
 }
 

@@ -3,6 +3,7 @@
 #include <osgDB/FileUtils>
 
 #include <algorithm>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -39,12 +40,16 @@ std::optional<fs::path> FileFinder::find(const fs::path& folder, const std::stri
 }
 
 std::optional<fs::path> FileFinder::findTexture(const fs::path& folder, const std::string& name) {
+    std::vector<fs::path> folders = {folder};
+    for (const std::string& dataFolder : osgDB::getDataFilePathList()) folders.push_back(fs::absolute(dataFolder));
+
     const std::string bareName = name.substr(name.find_last_of("/\\") + 1);
-    if (const auto found = find(folder, name)) return found;
-    if (const auto found = find(folder, bareName)) return found;
-    for (const std::string& dataFolder : osgDB::getDataFilePathList()) {
-        if (const auto found = find(fs::absolute(dataFolder), name)) return found;
-        if (const auto found = find(fs::absolute(dataFolder), bareName)) return found;
+    for (const fs::path& place : folders) {
+        for (const std::string& candidate : {name, bareName}) {
+            const auto found = find(place, candidate);
+            std::error_code error;
+            if (found && fs::is_regular_file(*found, error)) return found;
+        }
     }
     return std::nullopt;
 }

@@ -21,6 +21,7 @@ public:
     /**
      * The same for a texture, which may also lie beside the file that names it (databases are handed on with absolute
      * paths of another machine in them) or on osgDB's data file path.
+     * Pipes and devices are no textures: to read one can take for ever.
      */
     std::optional<std::filesystem::path> findTexture(const std::filesystem::path& folder, const std::string& name);
 

@@ -13,6 +13,8 @@ namespace veltrane::sceneutils::tool {
 
 namespace {
 
+constexpr std::size_t longestNameKept = 200;
+
 // A plain array, because a signal handler reads it.
 char unfinishedFile[PATH_MAX] = "";
 
@@ -45,6 +47,9 @@ void checkOutputPath(const fs::path& path, bool mayOverwrite) {
     while (above.has_relative_path() && !fs::exists(above, error)) above = above.parent_path();
     if (above.has_relative_path() && !fs::is_directory(above, error)) fail(path, above.string() + " is not a folder");
 
+    if (access(above.empty() ? "." : above.c_str(), W_OK) != 0)
+        fail(path, std::string("cannot be written: ") + std::strerror(errno));
+
     const auto status = fs::symlink_status(path, error);
     if (fs::is_directory(path, error)) fail(path, "is a folder");
     if (fs::exists(status) && !mayOverwrite) fail(path, "exists already; pass --overwrite to replace it");
@@ -69,7 +74,9 @@ void WholeFile::Buffer::noteError() {
 }
 
 fs::path WholeFile::temporaryPath(const fs::path& path, int pid) {
-    return path.parent_path() / ("." + path.filename().string() + ".part-" + std::to_string(pid));
+    // Cut, because a name as long as the file system takes would not leave room for what is added.
+    const std::string name = path.filename().string().substr(0, longestNameKept);
+    return path.parent_path() / ("." + name + ".part-" + std::to_string(pid));
 }
 
 WholeFile::WholeFile(const fs::path& path, bool mayOverwrite)

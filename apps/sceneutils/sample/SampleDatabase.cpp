@@ -19,6 +19,8 @@
 
 namespace veltrane::sceneutils::tool {
 
+volatile std::sig_atomic_t sampleInterrupted = 0;
+
 namespace {
 
 using namespace sample;

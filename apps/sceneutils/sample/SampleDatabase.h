@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <cstdint>
 #include <filesystem>
 
@@ -18,6 +19,9 @@ struct SampleOptions {
     bool lodHints = false;   ///< groups carry descriptions of the form "LOD_Transition_Range 500"
     bool sameNames = false;  ///< every tile's file is called "tile.flt", and likewise at each further level
 };
+
+/** Set by a signal handler: the database that is being written is given up and removed. */
+extern volatile std::sig_atomic_t sampleInterrupted;
 
 /** What has been written. */
 struct SampleSummary {

@@ -143,6 +143,7 @@ public:
     FileWriter(const fs::path& root, SampleSummary& summary) : _root(root), _summary(summary) {}
 
     void writeNode(const osg::Node& node, const std::string& folder, const std::string& name) {
+        if (sampleInterrupted != 0) throw CommandError(ExitStatus::Interrupted, "interrupted");
         const fs::path path = _root / folder / name;
         makeFolder(path.parent_path());
         // The plug-in looks for a texture's attribute file, and writes it, relative to the working directory.
