@@ -136,11 +136,11 @@ TEST(ConversionPlan, LaysOutputsAsTheInputsLie) {
 
 TEST(ConversionPlan, LaysWhatIsOutsideTheMastersFolderBelowParent) {
     const TemporaryDirectory folder;
-    model({"../shared/a.flt", "../../b.flt"}).write(folder / "x/db/master.flt");
-    model().write(folder / "x/shared/a.flt");
+    model({"../common/a.flt", "../../b.flt"}).write(folder / "x/db/master.flt");
+    model().write(folder / "x/common/a.flt");
     model().write(folder / "b.flt");
     EXPECT_THAT(plannedFiles(recursively(folder, "x/db/master.flt")),
-                ElementsAre("master.flt > master.ive", "../shared/a.flt > _parent/shared/a.ive",
+                ElementsAre("master.flt > master.ive", "../common/a.flt > _parent/common/a.ive",
                             "../../b.flt > _parent/_parent/b.ive"));
 }
 

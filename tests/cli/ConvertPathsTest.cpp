@@ -124,16 +124,16 @@ TEST(ConvertPaths, FollowsReferencesAsOtherSystemsWriteThem) {
 
 TEST(ConvertPaths, PutsFilesFromAboveTheMastersFolderBelowAFolderOfTheirOwn) {
     const TemporaryDirectory folder;
-    writeFlight(folder / "db/master/master.flt", 20, {"../shared/house.flt", folder / "far/tree.flt"});
-    writeFlight(folder / "db/shared/house.flt", 3, {"../master/master.flt"});
+    writeFlight(folder / "db/master/master.flt", 20, {"../common/house.flt", folder / "far/tree.flt"});
+    writeFlight(folder / "db/common/house.flt", 3, {"../master/master.flt"});
     writeFlight(folder / "far/tree.flt", 4);
 
     EXPECT_EQ(convertIn(folder.path(), {"db/master/master.flt", "out/m.ive", "--recurse"}).status, 0);
 
     EXPECT_THAT(pagedFiles(load(folder / "out/m.ive")),
-                ElementsAre("_parent/shared/house.ive", "_parent/_parent/far/tree.ive"));
-    EXPECT_THAT(pagedFiles(load(folder / "out/_parent/shared/house.ive")), ElementsAre("../../m.ive"));
-    EXPECT_EQ(widthOf(folder / "out/_parent/shared/house.ive"), 3.0f);
+                ElementsAre("_parent/common/house.ive", "_parent/_parent/far/tree.ive"));
+    EXPECT_THAT(pagedFiles(load(folder / "out/_parent/common/house.ive")), ElementsAre("../../m.ive"));
+    EXPECT_EQ(widthOf(folder / "out/_parent/common/house.ive"), 3.0f);
     EXPECT_EQ(widthOf(folder / "out/_parent/_parent/far/tree.ive"), 4.0f);
 }
 

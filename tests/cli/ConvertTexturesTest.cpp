@@ -109,13 +109,13 @@ TEST(ConvertTextures, CountsTheBytesOfASharedTextureOnce) {
 
 TEST(ConvertTextures, PutsTexturesFromElsewhereBelowAFolderOfTheirOwn) {
     const TemporaryDirectory folder;
-    writeGrey(folder / "shared/a.png", 100);
-    writeTextured(folder / "in/master.flt", {"../shared/a.png"});
+    writeGrey(folder / "common/a.png", 100);
+    writeTextured(folder / "in/master.flt", {"../common/a.png"});
 
     convertIn(folder.path(), {"in/master.flt", "out/m.ive"});
 
-    EXPECT_EQ(namesIn(folder / "out"), std::set<std::string>({"_parent/shared/a.png", "m.ive"}));
-    EXPECT_THAT(textureNamesIn(folder / "out/m.ive"), ElementsAre("_parent/shared/a.png"));
+    EXPECT_EQ(namesIn(folder / "out"), std::set<std::string>({"_parent/common/a.png", "m.ive"}));
+    EXPECT_THAT(textureNamesIn(folder / "out/m.ive"), ElementsAre("_parent/common/a.png"));
 }
 
 TEST(ConvertTextures, NamesAndCountsWhatIsMissingOrNoImage) {
