@@ -4,7 +4,7 @@
 #include "convert/ConversionPlan.h"
 #include "convert/ConversionReport.h"
 #include "convert/DatabaseConversion.h"
-#include "convert/WholeFile.h"
+#include "files/WholeFile.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,4 +1,4 @@
-#include "FlightFile.h"
+#include "files/FlightFile.h"
 #include "convert/ChildProcess.h"
 #include "support/FlightRecords.h"
 #include "support/Graphs.h"

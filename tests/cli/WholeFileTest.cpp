@@ -1,5 +1,5 @@
 #include "convert/ChildProcess.h"
-#include "convert/WholeFile.h"
+#include "files/WholeFile.h"
 #include "support/FlightRecords.h"
 #include "support/TemporaryDirectory.h"
 

@@ -2,7 +2,7 @@
 
 #include "../Command.h"
 #include "FileFinder.h"
-#include "WholeFile.h"
+#include "../files/WholeFile.h"
 
 #include <algorithm>
 #include <map>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../FlightFile.h"
+#include "../files/FlightFile.h"
 
 #include <cstddef>
 #include <filesystem>

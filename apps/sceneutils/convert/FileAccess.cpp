@@ -1,6 +1,6 @@
 #include "FileAccess.h"
 
-#include "WholeFile.h"
+#include "../files/WholeFile.h"
 
 #include <sceneutils/TextureVisitor.h>
 

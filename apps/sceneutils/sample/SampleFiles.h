@@ -1,7 +1,7 @@
 #pragma once
 
 #include "../Command.h"
-#include "../FlightFile.h"
+#include "../files/FlightFile.h"
 #include "SampleDatabase.h"
 
 #include <osg/Image>

@@ -1,0 +1,96 @@
+#include "GraphFile.h"
+
+#include "../Command.h"
+#include "FlightFile.h"
+#include "OsgMessages.h"
+#include "OutputFormat.h"
+#include "PortableNames.h"
+
+#include <osgDB/FileNameUtils>
+#include <osgDB/Registry>
+
+#include <iostream>
+#include <string>
+
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using osgDB::ReaderWriter;
+
+namespace veltrane::sceneutils::tool {
+
+namespace {
+
+constexpr const char* flightEnding = "flt";
+
+std::string endingOf(const fs::path& path) {
+    return osgDB::getLowerCaseFileExtension(path.string());
+}
+
+[[noreturn]] void failToRead(const fs::path& path, const std::string& reason) {
+    throw CommandError(ExitStatus::InputUnreadable, path.string() + ": " + reason);
+}
+
+void checkInput(const fs::path& path) {
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    if (!fs::exists(status)) failToRead(path, "no such file");
+    if (fs::is_directory(status)) failToRead(path, "is a folder");
+    if (!fs::is_regular_file(status)) failToRead(path, "is no regular file");
+    if (access(path.c_str(), R_OK) != 0) failToRead(path, "may not be read");
+    if (fs::file_size(path, error) == 0) failToRead(path, "is empty");
+    if (endingOf(path) != flightEnding) return;
+    try {
+        scanFlightFile(path);  // OpenSceneGraph reads a file that was cut short as if it were whole
+    } catch (const FlightFileError& damage) {
+        failToRead(path, damage.what());
+    }
+}
+
+ReaderWriter::ReadResult readCatching(const fs::path& path, const osgDB::Options* options) {
+    try {
+        return osgDB::Registry::instance()->readNode(path.string(), options);
+    } catch (const std::exception& exception) {  // from the plug-in, on damaged files
+        return ReaderWriter::ReadResult(exception.what());
+    }
+}
+
+std::string reasonOf(ReaderWriter::ReadResult& result, const fs::path& path) {
+    if (!osgDB::Registry::instance()->getReaderWriterForExtension(endingOf(path)))
+        return "no plug-in of OpenSceneGraph reads files ending in '." + endingOf(path) + "'";
+    if (!result.message().empty()) return "cannot be read: " + result.message();
+    return "holds no graph that OpenSceneGraph can read";
+}
+
+}  // namespace
+
+osg::ref_ptr<osg::Node> readGraph(const fs::path& path, References references) {
+    checkInput(path);
+    const osg::ref_ptr<osgDB::Options> options = new osgDB::Options;
+    if (references == References::Leave) options->setOptionString("noLoadExternalReferenceFiles");
+
+    const OsgMessages messages;
+    ReaderWriter::ReadResult result = readCatching(path, options);
+    if (!result.validNode()) failToRead(path, reasonOf(result, path));
+    for (const std::string& line : messages.lines())
+        std::cerr << "sceneutils: " << path.string() << ": " << line << "\n";
+    return result.getNode();
+}
+
+void writeGraph(osg::ref_ptr<osg::Node> graph, const fs::path& path, bool mayOverwrite) {
+    const fs::path folder = fs::absolute(path).parent_path();
+    graph = withPortableNames(graph, folder);
+    const auto write = [&](ReaderWriter& writer, auto& to, const osgDB::Options* options) {
+        return writer.writeNode(*graph, to, options);
+    };
+    writeOutput(path, mayOverwrite, {write, write});
+}
+
+void writePicture(const osg::Image& picture, const fs::path& path, bool mayOverwrite) {
+    const auto write = [&](ReaderWriter& writer, auto& to, const osgDB::Options* options) {
+        return writer.writeImage(picture, to, options);
+    };
+    writeOutput(path, mayOverwrite, {write, write});
+}
+
+}  // namespace veltrane::sceneutils::tool

@@ -1,0 +1,127 @@
+#include "OutputFormat.h"
+
+#include "../Command.h"
+#include "WholeFile.h"
+
+#include <osgDB/FileNameUtils>
+#include <osgDB/Registry>
+
+#include <set>
+
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using osgDB::ReaderWriter;
+
+namespace veltrane::sceneutils::tool {
+
+namespace {
+
+constexpr const char* keepReferenceNames = "useOriginalExternalReferences noWriteExternalReferenceFiles";
+
+std::string endingOf(const fs::path& path) {
+    return osgDB::getLowerCaseFileExtension(path.string());
+}
+
+[[noreturn]] void failToWrite(const fs::path& path, const std::string& reason) {
+    throw CommandError(ExitStatus::OutputNotWritten, path.string() + ": " + reason);
+}
+
+ReaderWriter* findWriter(const fs::path& path) {
+    return osgDB::Registry::instance()->getReaderWriterForExtension(endingOf(path));
+}
+
+osg::ref_ptr<osgDB::Options> writerOptions(const fs::path& path) {
+    osg::ref_ptr<osgDB::Options> options = new osgDB::Options(keepReferenceNames);
+    options->setDatabasePath(path.parent_path().string());
+    options->setPluginStringData("filename", path.string());
+    const std::string ending = endingOf(path);
+    options->setPluginStringData("fileType", ending == "osgt" ? "Ascii" : ending == "osgx" ? "XML" : "Binary");
+    return options;
+}
+
+/** Whether the format is one file, which its plug-in can write into a stream. */
+bool isWrittenAsStream(const fs::path& path) {
+    static const std::set<std::string> endings = {"ive",  "osgb", "osgt", "osgx", "osg", "png", "jpg",
+                                                  "jpeg", "bmp",  "tga",  "rgb",  "tif", "tiff"};
+    return endings.count(endingOf(path)) != 0;
+}
+
+void checkResult(const ReaderWriter::WriteResult& result, const fs::path& path) {
+    if (result.success()) return;
+    const std::string reason = result.message().empty() ? "" : ": " + result.message();
+    failToWrite(path, "OpenSceneGraph cannot write this as '." + endingOf(path) + "'" + reason);
+}
+
+void writeStream(const fs::path& path, bool mayOverwrite, const decltype(OutputCalls::toStream)& write) {
+    WholeFile file(path, mayOverwrite);
+    const ReaderWriter::WriteResult result = write(*findWriter(path), file.stream(), writerOptions(path).get());
+    file.stream().flush();
+    if (file.stream()) checkResult(result, path);
+    file.commit();
+}
+
+/** A folder beside the output in which files come into being before they are put in their places. */
+class Workshop {
+public:
+    explicit Workshop(const fs::path& output) : _path(WholeFile::temporaryPath(output, getpid())) {
+        fs::create_directories(_path);
+    }
+    ~Workshop() {
+        std::error_code ignored;
+        fs::remove_all(_path, ignored);
+    }
+    Workshop(const Workshop&) = delete;
+    Workshop& operator=(const Workshop&) = delete;
+
+    const fs::path& path() const { return _path; }
+
+private:
+    fs::path _path;
+};
+
+// Such formats may put more than one file beside each other (materials, textures).
+void writeFiles(const fs::path& path, bool mayOverwrite, const decltype(OutputCalls::toFile)& write) {
+    const Workshop workshop(path);
+    const fs::path made = workshop.path() / path.filename();
+    checkResult(write(*findWriter(path), made.string(), writerOptions(path).get()), path);
+    std::error_code error;
+    if (fs::file_size(made, error) == 0 || error) failToWrite(path, "OpenSceneGraph wrote nothing");
+
+    for (const fs::directory_entry& entry : fs::directory_iterator(workshop.path()))
+        checkOutputPath(path.parent_path() / entry.path().filename(), mayOverwrite);
+    for (const fs::directory_entry& entry : fs::directory_iterator(workshop.path()))
+        fs::rename(entry.path(), path.parent_path() / entry.path().filename());
+}
+
+}  // namespace
+
+void checkOutput(const fs::path& path, bool mayOverwrite) {
+    if (!findWriter(path)) {
+        throw CommandError(
+            ExitStatus::Usage,
+            path.string() + ": no plug-in of OpenSceneGraph writes files ending in '." + endingOf(path) + "'");
+    }
+    try {
+        checkOutputPath(path, mayOverwrite);
+    } catch (const OutputError& error) {
+        throw CommandError(ExitStatus::OutputNotWritten, error.what());
+    }
+}
+
+void writeOutput(const fs::path& path, bool mayOverwrite, const OutputCalls& calls) {
+    checkOutput(path, mayOverwrite);
+    try {
+        if (isWrittenAsStream(path)) {
+            writeStream(path, mayOverwrite, calls.toStream);
+        } else {
+            writeFiles(path, mayOverwrite, calls.toFile);
+        }
+    } catch (const OutputError& error) {
+        throw CommandError(ExitStatus::OutputNotWritten, error.what());
+    } catch (const fs::filesystem_error& error) {
+        failToWrite(path, "cannot be written: " + error.code().message());
+    }
+}
+
+}  // namespace veltrane::sceneutils::tool

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "OffscreenContext.h"
+
+#include <osg/Image>
+#include <osg/Node>
+#include <osg/Vec3d>
+#include <osg/ref_ptr>
+#include <osgViewer/Viewer>
+
+#include <string>
+#include <vector>
+
+namespace veltrane::sceneutils::offscreen {
+
+class TilePager;
+
+/**
+ * Draws graphs as a viewer shows them, with a headlight and OpenSceneGraph's settings, into pictures.
+ *
+ * What it draws depends on the graph alone: the simulation time stands still at 0, and tiles are loaded when it is
+ * asked to. Use it on one thread.
+ */
+class SceneRenderer {
+public:
+    /** The vertical angle of view, in degrees. */
+    static constexpr double fieldOfView = 30.0;
+
+    /**
+     * @param width,height of the pictures in pixels, at least 1
+     * @throws OffscreenError if there is no driver, or none for pictures of that size
+     */
+    SceneRenderer(int width, int height);
+    ~SceneRenderer();
+    SceneRenderer(const SceneRenderer&) = delete;
+    SceneRenderer& operator=(const SceneRenderer&) = delete;
+
+    /** Sets what is drawn and looks at it as setHomeView() does. @param scene null: nothing */
+    void setScene(osg::Node* scene);
+
+    /** Puts the eye at `eye`, looking at `target`; both must differ. Up is z, or y when the line of sight is along z.
+     */
+    void setView(const osg::Vec3d& eye, const osg::Vec3d& target);
+
+    /** Looks at all of the scene from the south (-y), 30 degrees above it. False, and no change, if it has no extent.
+     */
+    bool setHomeView();
+
+    /** Draws once. */
+    void drawFrame();
+
+    /** Draws once and returns the picture: RGBA, 8 bits each, the lowest row first. */
+    osg::ref_ptr<osg::Image> drawPicture();
+
+    /**
+     * Draws until all the tiles that this view shows are loaded. Without this call none is.
+     * @return the names of those that could not be, each once
+     */
+    std::vector<std::string> loadTiles();
+
+    const OffscreenContext& context() const { return *_context; }
+
+    /** The viewer that does the work, for what has no operation here. */
+    osgViewer::Viewer& viewer() { return _viewer; }
+
+private:
+    osg::ref_ptr<OffscreenContext> _context;
+    osg::ref_ptr<TilePager> _pager;
+    osgViewer::Viewer _viewer;
+};
+
+}  // namespace veltrane::sceneutils::offscreen

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <osgDB/DatabasePager>
+
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace veltrane::sceneutils::offscreen {
+
+/**
+ * OpenSceneGraph's database pager, made so that one can wait for it: it loads nothing before load() is called, it can
+ * tell when what was asked for has been tried, and asks only once for a tile that cannot be loaded.
+ *
+ * OpenSceneGraph's own asks again in each frame, for ever.
+ */
+class TilePager : public osgDB::DatabasePager {
+public:
+    /** Whether tiles are loaded; not if not said. */
+    void setLoading(bool isLoading) { _isLoading = isLoading; }
+
+    /** Waits until each tile that was asked for has been read or given up. What was read hangs in the next frame. */
+    void waitForReaders() const;
+
+    /** Begins a frame: what is asked for again in it although it has been tried is what failed. */
+    void beginFrame();
+
+    /** Whether tiles were asked for in this frame. */
+    bool hasNewRequests() const { return !_requested.empty(); }
+
+    /** The files that could not be loaded, each once, in the order in which that was found. */
+    const std::vector<std::string>& failures() const { return _failures; }
+
+    void requestNodeFile(const std::string& fileName, osg::NodePath& nodePath, float priority,
+                         const osg::FrameStamp* frameStamp, osg::ref_ptr<osg::Referenced>& databaseRequest,
+                         const osg::Referenced* options) override;
+
+protected:
+    ~TilePager() override = default;
+
+private:
+    /** A file and the node that it is to hang below. */
+    using Request = std::pair<std::string, const osg::Node*>;
+
+    bool _isLoading = false;
+    std::set<Request> _requested;
+    std::set<Request> _tried;
+    std::vector<std::string> _failures;
+};
+
+}  // namespace veltrane::sceneutils::offscreen
