@@ -2,7 +2,10 @@
 
 #include "TilePager.h"
 
+#include <osg/ComputeBoundsVisitor>
+#include <osg/GL>
 #include <osg/Math>
+#include <osg/PagedLOD>
 
 #include <algorithm>
 #include <cmath>
@@ -15,6 +18,32 @@ constexpr double nearPlane = 1.0;  // replaced in each frame by what the scene n
 constexpr double farPlane = 10000.0;
 constexpr double homeElevation = 30.0;  // degrees
 constexpr double homeMargin = 1.05;
+
+// A light at a place, though far away: generated programs take each light for one.
+const osg::Vec3 towardsTheSun(-0.4f, -0.6f, 0.7f);
+constexpr float sunDistance = 100.0f;  // in radii of the scene
+
+/** The box around all drawables, and around the spheres of tiles that are not loaded. */
+class ExtentVisitor : public osg::ComputeBoundsVisitor {
+public:
+    using osg::ComputeBoundsVisitor::apply;
+
+    void apply(osg::PagedLOD& paged) override {
+        const osg::BoundingSphere& bound = paged.getBound();
+        if (paged.getNumChildren() == 0 && bound.valid()) {
+            osg::BoundingBox box;
+            box.expandBy(bound);
+            applyBoundingBox(box);
+        }
+        traverse(paged);
+    }
+};
+
+osg::BoundingBox extentOf(osg::Node* scene) {
+    ExtentVisitor visitor;
+    if (scene) scene->accept(visitor);
+    return visitor.getBoundingBox();
+}
 
 }  // namespace
 
@@ -33,6 +62,10 @@ SceneRenderer::SceneRenderer(int width, int height)
 
 SceneRenderer::~SceneRenderer() = default;
 
+void SceneRenderer::setTilePreparation(std::function<void(osg::Node&)> prepare) {
+    _pager->setPreparation(std::move(prepare));
+}
+
 void SceneRenderer::setScene(osg::Node* scene) {
     _viewer.setSceneData(scene);
     _viewer.setDatabasePager(_pager);
@@ -46,23 +79,43 @@ void SceneRenderer::setView(const osg::Vec3d& eye, const osg::Vec3d& target) {
 }
 
 bool SceneRenderer::setHomeView() {
-    const osg::BoundingSphere bound =
-        _viewer.getSceneData() ? _viewer.getSceneData()->getBound() : osg::BoundingSphere();
-    if (!bound.valid() || bound.radius() == 0.0f) return false;
+    const osg::BoundingBox extent = extentOf(_viewer.getSceneData());
+    if (!extent.valid() || extent.radius2() == 0.0f) return false;
 
-    const osg::Viewport& viewport = *_viewer.getCamera()->getViewport();
-    const double halfHeight = std::tan(osg::DegreesToRadians(fieldOfView / 2.0));
-    const double half = std::atan(halfHeight * std::min(1.0, viewport.aspectRatio()));
-    const double distance = homeMargin * bound.radius() / std::sin(half);
     const double elevation = osg::DegreesToRadians(homeElevation);
-    const osg::Vec3d center = bound.center();
-    setView(center + osg::Vec3d(0.0, -std::cos(elevation), std::sin(elevation)) * distance, center);
+    const osg::Vec3d toEye(0.0, -std::cos(elevation), std::sin(elevation));
+    const osg::Vec3d up(0.0, std::sin(elevation), std::cos(elevation));
+    const double halfHeight = std::tan(osg::DegreesToRadians(fieldOfView / 2.0));
+    const double halfWidth = halfHeight * _viewer.getCamera()->getViewport()->aspectRatio();
+
+    double distance = 0.0;
+    for (unsigned int i = 0; i < 8; ++i) {
+        const osg::Vec3d corner = osg::Vec3d(extent.corner(i)) - osg::Vec3d(extent.center());
+        const double sideways = std::max(std::abs(corner.x()) / halfWidth, std::abs(corner * up) / halfHeight);
+        distance = std::max(distance, corner * toEye + sideways);
+    }
+    setView(extent.center() + toEye * (homeMargin * distance), extent.center());
     return true;
+}
+
+void SceneRenderer::setSunlight() {
+    const osg::BoundingBox extent = extentOf(_viewer.getSceneData());
+    const osg::Vec3 center = extent.valid() ? extent.center() : osg::Vec3();
+    const float radius = extent.valid() ? extent.radius() : 1.0f;
+    _viewer.setLightingMode(osg::View::SKY_LIGHT);
+    _viewer.getLight()->setPosition(osg::Vec4(center + towardsTheSun * (radius * sunDistance), 1.0f));
+    _viewer.getLight()->setAmbient(osg::Vec4(0.3f, 0.3f, 0.3f, 1.0f));
+    _viewer.getLight()->setDiffuse(osg::Vec4(0.9f, 0.9f, 0.9f, 1.0f));
 }
 
 void SceneRenderer::drawFrame() {
     _pager->beginFrame();
     _viewer.frame(0.0);
+}
+
+void SceneRenderer::waitForDriver() {
+    _context->makeCurrent();
+    glFinish();
 }
 
 osg::ref_ptr<osg::Image> SceneRenderer::drawPicture() {

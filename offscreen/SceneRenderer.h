@@ -8,6 +8,7 @@
 #include <osg/ref_ptr>
 #include <osgViewer/Viewer>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,9 @@ public:
     SceneRenderer(const SceneRenderer&) = delete;
     SceneRenderer& operator=(const SceneRenderer&) = delete;
 
+    /** Sets what is done to each tile when it is loaded; in another thread, before the tile is drawn. */
+    void setTilePreparation(std::function<void(osg::Node&)> prepare);
+
     /** Sets what is drawn and looks at it as setHomeView() does. @param scene null: nothing */
     void setScene(osg::Node* scene);
 
@@ -46,8 +50,14 @@ public:
      */
     bool setHomeView();
 
+    /** Lights the scene by a sun in the south-west, 44 degrees high, in place of the headlight. */
+    void setSunlight();
+
     /** Draws once. */
     void drawFrame();
+
+    /** Waits until the driver has drawn all of what it was told to. */
+    void waitForDriver();
 
     /** Draws once and returns the picture: RGBA, 8 bits each, the lowest row first. */
     osg::ref_ptr<osg::Image> drawPicture();

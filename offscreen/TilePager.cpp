@@ -1,10 +1,39 @@
 #include "TilePager.h"
 
+#include <osgDB/Callbacks>
+#include <osgDB/Options>
+#include <osgDB/Registry>
+
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <thread>
 
 namespace veltrane::sceneutils::offscreen {
+
+/** Reads in the pager's threads, where an exception would end the process: plug-ins throw them on damaged files. */
+class TilePager::TileReader : public osgDB::ReadFileCallback {
+public:
+    std::function<void(osg::Node&)> prepare;
+
+    osgDB::ReaderWriter::ReadResult readNode(const std::string& name, const osgDB::Options* options) override {
+        try {
+            osgDB::ReaderWriter::ReadResult result = osgDB::Registry::instance()->readNodeImplementation(name, options);
+            if (prepare && result.validNode()) prepare(*result.getNode());
+            return result;
+        } catch (const std::exception& exception) {
+            return osgDB::ReaderWriter::ReadResult(exception.what());
+        }
+    }
+};
+
+TilePager::TilePager() : _reader(new TileReader) {}
+
+TilePager::~TilePager() = default;
+
+void TilePager::setPreparation(std::function<void(osg::Node&)> prepare) {
+    _reader->prepare = std::move(prepare);
+}
 
 void TilePager::waitForReaders() const {
     const auto isReading = [this] {
@@ -33,7 +62,11 @@ void TilePager::requestNodeFile(const std::string& fileName, osg::NodePath& node
         return;
     }
     _requested.insert(request);
-    DatabasePager::requestNodeFile(fileName, nodePath, priority, frameStamp, databaseRequest, options);
+    const auto* given = dynamic_cast<const osgDB::Options*>(options);
+    if (!given) given = osgDB::Registry::instance()->getOptions();
+    const osg::ref_ptr<osgDB::Options> withReader = given ? given->cloneOptions() : new osgDB::Options;
+    withReader->setReadFileCallback(_reader);
+    DatabasePager::requestNodeFile(fileName, nodePath, priority, frameStamp, databaseRequest, withReader);
 }
 
 }  // namespace veltrane::sceneutils::offscreen

@@ -2,6 +2,7 @@
 
 #include <osgDB/DatabasePager>
 
+#include <functional>
 #include <set>
 #include <string>
 #include <utility>
@@ -17,8 +18,13 @@ namespace veltrane::sceneutils::offscreen {
  */
 class TilePager : public osgDB::DatabasePager {
 public:
+    TilePager();
+
     /** Whether tiles are loaded; not if not said. */
     void setLoading(bool isLoading) { _isLoading = isLoading; }
+
+    /** What is done to each tile when it is read, in the reader's thread. */
+    void setPreparation(std::function<void(osg::Node&)> prepare);
 
     /** Waits until each tile that was asked for has been read or given up. What was read hangs in the next frame. */
     void waitForReaders() const;
@@ -37,12 +43,15 @@ public:
                          const osg::Referenced* options) override;
 
 protected:
-    ~TilePager() override = default;
+    ~TilePager() override;
 
 private:
     /** A file and the node that it is to hang below. */
     using Request = std::pair<std::string, const osg::Node*>;
 
+    class TileReader;
+
+    osg::ref_ptr<TileReader> _reader;
     bool _isLoading = false;
     std::set<Request> _requested;
     std::set<Request> _tried;

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <osg/Notify>
+
 #include <exception>
 #include <iostream>
 
@@ -31,8 +33,12 @@ int main(int argc, char** argv) {
         "5 done in part (what failed is listed), 130 interrupted.\n"
         "'sceneutils COMMAND --help' lists the options of a command.");
 
+    osg::setNotifyLevel(
+        osg::WARN);  // what OpenSceneGraph says below that goes to standard output, which is for results
+
     ExitStatus result = ExitStatus::Done;
     addConvertCommand(app, result);
+    addRenderCommand(app, result);
     addSampleCommand(app, result);
 
     try {

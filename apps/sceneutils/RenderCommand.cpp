@@ -1,0 +1,214 @@
+#include "Command.h"
+
+#include "files/GraphFile.h"
+#include "files/OutputFormat.h"
+
+#include <offscreen/SceneRenderer.h>
+#include <sceneutils/ShaderGenerator.h>
+
+#include <osg/Group>
+#include <osg/Program>
+#include <osg/Stats>
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <vector>
+
+namespace veltrane::sceneutils::tool {
+
+namespace {
+
+using offscreen::OffscreenError;
+using offscreen::SceneRenderer;
+
+constexpr int largestSide = 16384;
+constexpr unsigned int framesBeforeTiming = 3;  // in which the driver takes over textures, arrays and programs
+
+struct Request {
+    std::string input;
+    std::string picture;
+    std::string size = "1024x768";
+    std::string eye;
+    std::string target;
+    bool home = false;
+    bool fixedFunction = false;
+    bool shaders = false;
+    bool noPaging = false;
+    bool overwrite = false;
+    bool verbose = false;
+    unsigned int framesToTime = 0;
+};
+
+/** Numbers with a separator between them and nothing else; fewer than asked for if that is not what the text is. */
+template <typename Number, std::size_t count>
+bool parse(const std::string& text, char separator, std::array<Number, count>& numbers) {
+    std::istringstream stream(text);
+    for (std::size_t i = 0; i < count; ++i) {
+        if (i > 0 && stream.get() != separator) return false;
+        if (!(stream >> numbers[i])) return false;
+    }
+    return stream.peek() == std::istringstream::traits_type::eof();
+}
+
+std::array<int, 2> parseSize(const std::string& text) {
+    std::array<int, 2> size = {0, 0};
+    const auto isGood = [](int side) { return side >= 1 && side <= largestSide; };
+    if (parse(text, 'x', size) && isGood(size[0]) && isGood(size[1])) return size;
+    throw CommandError(ExitStatus::Usage, "--size: '" + text + "' is no WIDTHxHEIGHT, each 1 to " +
+                                              std::to_string(largestSide) + " pixels");
+}
+
+osg::Vec3d parsePoint(const std::string& option, const std::string& text) {
+    std::array<double, 3> point = {0.0, 0.0, 0.0};
+    if (parse(text, ',', point)) return {point[0], point[1], point[2]};
+    throw CommandError(ExitStatus::Usage, option + ": '" + text + "' is no X,Y,Z");
+}
+
+std::string asText(const osg::Vec3d& point) {
+    std::ostringstream text;
+    text << point.x() << "," << point.y() << "," << point.z();
+    return text.str();
+}
+
+void addPrograms(osg::Node& node) {
+    ShaderGenerator::instance()->process(&node, false, true, true, true);
+}
+
+// An empty program is OpenGL's fixed function, and the override makes it hold for tiles that are loaded later too.
+osg::ref_ptr<osg::Node> withoutPrograms(osg::Node* graph) {
+    const osg::ref_ptr<osg::Group> root = new osg::Group;
+    root->getOrCreateStateSet()->setAttributeAndModes(new osg::Program,
+                                                      osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE);
+    root->addChild(graph);
+    return root;
+}
+
+void placeEye(SceneRenderer& renderer, const Request& request) {
+    if (request.eye.empty()) {
+        if (!renderer.setHomeView()) {
+            throw CommandError(
+                ExitStatus::NotSupported,
+                request.input + ": nothing in it has an extent; say where to look with --eye and --look-at");
+        }
+        return;
+    }
+    const osg::Vec3d eye = parsePoint("--eye", request.eye);
+    const osg::Vec3d target = parsePoint("--look-at", request.target);
+    if (eye == target) throw CommandError(ExitStatus::Usage, "--eye and --look-at are the same point");
+    renderer.setView(eye, target);
+}
+
+/** Milliseconds of several frames. */
+struct Times {
+    std::vector<double> values;
+
+    void write(std::ostream& out, const std::string& what) {
+        std::sort(values.begin(), values.end());
+        out << std::left << std::setw(7) << what << std::right << std::fixed << std::setprecision(3) << std::setw(10)
+            << values[values.size() / 2] << std::setw(10) << values.front() << std::setw(10) << values.back() << "\n";
+    }
+};
+
+void timeFrames(SceneRenderer& renderer, unsigned int count) {
+    osg::Stats& stats = *renderer.viewer().getCamera()->getStats();
+    stats.collectStats("rendering", true);
+    Times frames, cull, draw;
+    for (unsigned int i = 0; i < framesBeforeTiming + count; ++i) {
+        const auto start = std::chrono::steady_clock::now();
+        renderer.drawFrame();
+        renderer.waitForDriver();
+        const std::chrono::duration<double, std::milli> passed = std::chrono::steady_clock::now() - start;
+        if (i < framesBeforeTiming) continue;
+        const unsigned int number = renderer.viewer().getFrameStamp()->getFrameNumber();
+        const auto milliseconds = [&](const char* name) {
+            double seconds = 0.0;
+            stats.getAttribute(number, name, seconds);
+            return seconds * 1000.0;
+        };
+        frames.values.push_back(passed.count());
+        cull.values.push_back(milliseconds("Cull traversal time taken"));
+        draw.values.push_back(milliseconds("Draw traversal time taken"));
+    }
+    std::cout << "ms of " << count << " frames: median, fastest, slowest\n";
+    frames.write(std::cout, "frame");
+    cull.write(std::cout, "cull");
+    draw.write(std::cout, "draw");
+}
+
+void tell(const std::string& message) {
+    std::cerr << "sceneutils: " << message << "\n";
+}
+
+ExitStatus draw(const Request& request, SceneRenderer& renderer) {
+    if (request.verbose) tell("driver " + renderer.context().driver() + ", OpenGL " + renderer.context().version());
+
+    std::vector<std::string> missingTiles;
+    if (!request.noPaging) missingTiles = renderer.loadTiles();
+    for (const std::string& tile : missingTiles) tell(request.input + ": tile " + tile + " cannot be read");
+
+    if (!request.picture.empty()) {
+        writePicture(*renderer.drawPicture(), request.picture, request.overwrite);
+        osg::Vec3d eye, target, up;
+        renderer.viewer().getCamera()->getViewMatrixAsLookAt(eye, target, up);
+        std::cout << request.picture << ": " << request.size << " pixels, seen from " << asText(eye) << "\n";
+    }
+    if (request.framesToTime > 0) timeFrames(renderer, request.framesToTime);
+    return missingTiles.empty() ? ExitStatus::Done : ExitStatus::DonePartly;
+}
+
+ExitStatus runRender(const Request& request) {
+    const std::array<int, 2> size = parseSize(request.size);
+    if (request.eye.empty() != request.target.empty())
+        throw CommandError(ExitStatus::Usage, "--eye and --look-at belong together");
+    if (request.picture.empty() && request.framesToTime == 0)
+        throw CommandError(ExitStatus::Usage, "say where the picture shall go with -o, or pass --time-frames");
+    if (!request.picture.empty()) checkOutput(request.picture, request.overwrite);
+
+    osg::ref_ptr<osg::Node> graph = readGraph(request.input);
+    if (request.shaders) addPrograms(*graph);
+    if (request.fixedFunction) graph = withoutPrograms(graph);
+    try {
+        SceneRenderer renderer(size[0], size[1]);
+        if (request.shaders) renderer.setTilePreparation(addPrograms);
+        renderer.setScene(graph);
+        renderer.setSunlight();
+        placeEye(renderer, request);
+        return draw(request, renderer);
+    } catch (const OffscreenError& error) {
+        throw CommandError(ExitStatus::NotSupported, "cannot draw: " + std::string(error.what()));
+    }
+}
+
+}  // namespace
+
+void addRenderCommand(CLI::App& app, ExitStatus& result) {
+    CLI::App* command = app.add_subcommand("render", "Draw a graph or a paged database into a picture");
+    const auto request = std::make_shared<Request>();
+
+    command->add_option("FILE", request->input, "What is drawn, of any format that OpenSceneGraph reads")->required();
+    command->add_option("-o,--output", request->picture, "The picture to write; its ending says the format (.png)");
+    command->add_option("--size", request->size, "Width and height in pixels, WxH")->capture_default_str();
+    CLI::Option* eye = command->add_option("--eye", request->eye, "Where the eye is: X,Y,Z in the graph's length unit");
+    command->add_option("--look-at", request->target, "The point in the middle of the picture: X,Y,Z");
+    command->add_flag("--home", request->home, "See all of it, from the south and 30 degrees above (the default)")
+        ->excludes(eye);
+    CLI::Option* fixed =
+        command->add_flag("--fixed-function", request->fixedFunction, "Leave out all programs that the graph has");
+    command->add_flag("--shaders", request->shaders, "Give the graph generated programs, as 'shaders' does")
+        ->excludes(fixed);
+    command->add_option("--time-frames", request->framesToTime, "Also draw that many frames and tell their times")
+        ->check(CLI::Range(1u, 100000u));
+    command->add_flag("--no-paging", request->noPaging, "Do not load the tiles of a paged database");
+    command->add_flag("--overwrite", request->overwrite, "Replace a picture that exists");
+    command->add_flag("--verbose", request->verbose, "Tell the driver and its OpenGL version");
+    command->callback([request, &result] { result = runRender(*request); });
+}
+
+}  // namespace veltrane::sceneutils::tool
