@@ -118,12 +118,12 @@ void SceneRenderer::waitForDriver() {
     glFinish();
 }
 
-osg::ref_ptr<osg::Image> SceneRenderer::drawPicture() {
+osg::ref_ptr<osg::Image> SceneRenderer::drawPicture(GLenum format) {
     drawFrame();
     _context->makeCurrent();
     const osg::GraphicsContext::Traits& size = *_context->getTraits();
     osg::ref_ptr<osg::Image> picture = new osg::Image;
-    picture->readPixels(0, 0, size.width, size.height, GL_RGBA, GL_UNSIGNED_BYTE);
+    picture->readPixels(0, 0, size.width, size.height, format, GL_UNSIGNED_BYTE);
     return picture;
 }
 

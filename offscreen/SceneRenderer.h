@@ -59,8 +59,11 @@ public:
     /** Waits until the driver has drawn all of what it was told to. */
     void waitForDriver();
 
-    /** Draws once and returns the picture: RGBA, 8 bits each, the lowest row first. */
-    osg::ref_ptr<osg::Image> drawPicture();
+    /**
+     * Draws once and returns the picture: 8 bits a channel, the lowest row first.
+     * @param format GL_RGBA or GL_RGB
+     */
+    osg::ref_ptr<osg::Image> drawPicture(GLenum format = GL_RGBA);
 
     /**
      * Draws until all the tiles that this view shows are loaded. Without this call none is.

@@ -1,6 +1,7 @@
 #include "Command.h"
 
 #include "files/GraphFile.h"
+#include "files/OsgMessages.h"
 #include "files/OutputFormat.h"
 
 #include <offscreen/SceneRenderer.h>
@@ -29,6 +30,7 @@ using offscreen::OffscreenError;
 using offscreen::SceneRenderer;
 
 constexpr int largestSide = 16384;
+constexpr const char* osgTileProblem = "Error in reading file ";
 constexpr unsigned int framesBeforeTiming = 3;  // in which the driver takes over textures, arrays and programs
 
 struct Request {
@@ -146,21 +148,28 @@ void tell(const std::string& message) {
     std::cerr << "sceneutils: " << message << "\n";
 }
 
+/** Loads what the view needs and tells what is missing of it, which is for us to tell. False if something is. */
+bool loadTiles(const Request& request, SceneRenderer& renderer) {
+    const OsgMessages messages;
+    const std::vector<std::string> missing = renderer.loadTiles();
+    for (const std::string& line : messages.lines()) {
+        if (line.rfind(osgTileProblem, 0) != 0) tell(line);
+    }
+    for (const std::string& tile : missing) tell(request.input + ": tile " + tile + " cannot be read");
+    return missing.empty();
+}
+
 ExitStatus draw(const Request& request, SceneRenderer& renderer) {
     if (request.verbose) tell("driver " + renderer.context().driver() + ", OpenGL " + renderer.context().version());
-
-    std::vector<std::string> missingTiles;
-    if (!request.noPaging) missingTiles = renderer.loadTiles();
-    for (const std::string& tile : missingTiles) tell(request.input + ": tile " + tile + " cannot be read");
-
+    const bool isWhole = request.noPaging || loadTiles(request, renderer);
     if (!request.picture.empty()) {
-        writePicture(*renderer.drawPicture(), request.picture, request.overwrite);
+        writePicture(*renderer.drawPicture(GL_RGB), request.picture, request.overwrite);
         osg::Vec3d eye, target, up;
         renderer.viewer().getCamera()->getViewMatrixAsLookAt(eye, target, up);
         std::cout << request.picture << ": " << request.size << " pixels, seen from " << asText(eye) << "\n";
     }
     if (request.framesToTime > 0) timeFrames(renderer, request.framesToTime);
-    return missingTiles.empty() ? ExitStatus::Done : ExitStatus::DonePartly;
+    return isWhole ? ExitStatus::Done : ExitStatus::DonePartly;
 }
 
 ExitStatus runRender(const Request& request) {

@@ -1,4 +1,4 @@
-#include "convert/FileFinder.h"
+#include "files/FileFinder.h"
 #include "support/FlightRecords.h"
 #include "support/TemporaryDirectory.h"
 

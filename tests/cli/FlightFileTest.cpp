@@ -1,5 +1,5 @@
-#include "files/FlightFile.h"
 #include "convert/ChildProcess.h"
+#include "files/FlightFile.h"
 #include "support/FlightRecords.h"
 #include "support/Graphs.h"
 #include "support/TemporaryDirectory.h"

@@ -1,7 +1,7 @@
 #include "ConversionPlan.h"
 
 #include "../Command.h"
-#include "FileFinder.h"
+#include "../files/FileFinder.h"
 #include "../files/WholeFile.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 
 #include "ConversionPlan.h"
 #include "ConversionReport.h"
-#include "FileFinder.h"
+#include "../files/FileFinder.h"
 
 #include <osg/BoundingSphere>
 #include <osg/Node>

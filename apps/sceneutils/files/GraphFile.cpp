@@ -1,7 +1,7 @@
 #include "GraphFile.h"
 
 #include "../Command.h"
-#include "FlightFile.h"
+#include "FlightReferences.h"
 #include "OsgMessages.h"
 #include "OutputFormat.h"
 #include "PortableNames.h"
@@ -39,11 +39,14 @@ void checkInput(const fs::path& path) {
     if (!fs::is_regular_file(status)) failToRead(path, "is no regular file");
     if (access(path.c_str(), R_OK) != 0) failToRead(path, "may not be read");
     if (fs::file_size(path, error) == 0) failToRead(path, "is empty");
+}
+
+void checkFlightFiles(const fs::path& path, References references) {
     if (endingOf(path) != flightEnding) return;
     try {
-        scanFlightFile(path);  // OpenSceneGraph reads a file that was cut short as if it were whole
-    } catch (const FlightFileError& damage) {
-        failToRead(path, damage.what());
+        checkFlightFile(path, references == References::Load);
+    } catch (const FlightFileError& error) {
+        throw CommandError(ExitStatus::InputUnreadable, error.what());
     }
 }
 
@@ -66,14 +69,18 @@ std::string reasonOf(ReaderWriter::ReadResult& result, const fs::path& path) {
 
 osg::ref_ptr<osg::Node> readGraph(const fs::path& path, References references) {
     checkInput(path);
+    checkFlightFiles(path, references);
     const osg::ref_ptr<osgDB::Options> options = new osgDB::Options;
-    if (references == References::Leave) options->setOptionString("noLoadExternalReferenceFiles");
+    if (references == References::Leave)
+        options->setOptionString("keepExternalReferences noLoadExternalReferenceFiles");
 
+    osgDB::Registry::instance()->clearObjectCache();  // in which plug-ins keep what they read, whatever the options say
     const OsgMessages messages;
     ReaderWriter::ReadResult result = readCatching(path, options);
     if (!result.validNode()) failToRead(path, reasonOf(result, path));
     for (const std::string& line : messages.lines())
         std::cerr << "sceneutils: " << path.string() << ": " << line << "\n";
+    resolveImageNames(*result.getNode(), path.parent_path());
     return result.getNode();
 }
 

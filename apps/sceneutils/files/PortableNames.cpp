@@ -99,6 +99,16 @@ void settleImages(osg::Node& graph, const fs::path& folder) {
 
 }  // namespace
 
+void resolveImageNames(osg::Node& root, const fs::path& folder) {
+    ImageCollector collector;
+    root.accept(collector);
+    for (const osg::ref_ptr<osg::Image>& image : collector.images) {
+        std::error_code error;
+        const fs::path file = fs::canonical(folder / image->getFileName(), error);
+        if (!error && fs::is_regular_file(file)) image->setFileName(file.string());
+    }
+}
+
 osg::ref_ptr<osg::Node> withPortableNames(osg::ref_ptr<osg::Node> root, const fs::path& folder) {
     root = settleReferences(root, folder);
     settleImages(*root, folder);

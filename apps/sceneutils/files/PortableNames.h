@@ -7,6 +7,9 @@
 
 namespace veltrane::sceneutils::tool {
 
+/** Makes the names of images absolute that a file in `folder` names relatively, if they exist. */
+void resolveImageNames(osg::Node& root, const std::filesystem::path& folder);
+
 /**
  * Changes the names in a graph to what a file in `folder` has to hold, so that the folder can be moved as one: other
  * files are named relatively to it, images that have no file are marked to be written with their pixels, and external
