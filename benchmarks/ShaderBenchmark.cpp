@@ -1,150 +1,229 @@
-#include <sceneutils/ForceTextureFilter.h>
-#include <sceneutils/ShaderGenerator.h>
-#include <sceneutils/StateSetVisitor.h>
+#include "Table.h"
 
-#include <benchmark/benchmark.h>
+#include <sceneutils/ShaderGenerator.h>
 
 #include <osg/Geode>
 #include <osg/Geometry>
-#include <osg/Group>
 #include <osg/Material>
 #include <osg/Texture2D>
+#include <osgUtil/ShaderGen>
 
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+#include <map>
 #include <string>
 #include <vector>
 
+#include <pthread.h>
+#include <time.h>
+
 using namespace veltrane::sceneutils;
+using benchmarks::Table;
 
 namespace {
 
-constexpr int childrenPerGroup = 10;
-constexpr int distinctMaterials = 16;
+constexpr int childrenPerGroup = 10;                     // of a tree
+constexpr int distinctStates = 16;                       // materials with textures, dealt out in turn
+constexpr std::size_t stackSize = std::size_t(2) << 30;  // a walk 100,000 nodes deep; only what is used becomes memory
 
-/** State as models carry it: one of a few materials each, and a texture on one or two units or none. */
+enum class Shape { Wide, Deep, Tree };
+enum class Content { NoState, SharedStateSets, OwnStateSets, DrawableStateSets };
+enum class Way { Generator, Visitor, Bare };
+
+const std::map<Shape, std::string> shapeNames = {{Shape::Wide, "wide"}, {Shape::Deep, "deep"}, {Shape::Tree, "tree"}};
+const std::map<Content, std::string> contentNames = {{Content::NoState, "none"},
+                                                     {Content::SharedStateSets, "16 shared"},
+                                                     {Content::OwnStateSets, "own"},
+                                                     {Content::DrawableStateSets, "drawables'"}};
+
+struct Case {
+    int nodes;
+    Shape shape;
+    Content content;
+};
+
+/** State as models carry it: one of a few materials, and a texture on one or two units or none. */
 class StateSets {
 public:
-    osg::ref_ptr<osg::StateSet> make(int index) const {
-        osg::ref_ptr<osg::StateSet> stateSet = new osg::StateSet;
-        stateSet->setAttribute(_materials[static_cast<std::size_t>(index % distinctMaterials)]);
-        for (int unit = 0; unit < index % 3; ++unit) {
-            stateSet->setTextureAttributeAndModes(static_cast<unsigned int>(unit), new osg::Texture2D);
+    StateSets() {
+        for (int i = 0; i < distinctStates; ++i) {
+            _materials.push_back(new osg::Material);
+            _shared.push_back(make(i));
         }
+    }
+
+    osg::ref_ptr<osg::StateSet> make(int index) const {
+        const osg::ref_ptr<osg::StateSet> stateSet = new osg::StateSet;
+        stateSet->setAttribute(_materials[static_cast<std::size_t>(index % distinctStates)]);
+        for (int unit = 0; unit < index % 3; ++unit)
+            stateSet->setTextureAttributeAndModes(static_cast<unsigned int>(unit), new osg::Texture2D);
         return stateSet;
     }
 
-private:
-    static std::vector<osg::ref_ptr<osg::Material>> makeMaterials() {
-        std::vector<osg::ref_ptr<osg::Material>> materials;
-        for (int i = 0; i < distinctMaterials; ++i) materials.push_back(new osg::Material);
-        return materials;
+    osg::ref_ptr<osg::StateSet> shared(int index) const {
+        return _shared[static_cast<std::size_t>(index % distinctStates)];
     }
 
-    std::vector<osg::ref_ptr<osg::Material>> _materials = makeMaterials();
+private:
+    std::vector<osg::ref_ptr<osg::Material>> _materials;
+    std::vector<osg::ref_ptr<osg::StateSet>> _shared;
 };
 
-/** A tree of that many nodes below its root, ten to a group, each with a state set of its own; the leaves are geodes.
- */
-osg::ref_ptr<osg::Group> makeGraph(int nodes) {
+osg::ref_ptr<osg::Group> makeNode(const StateSets& stateSets, Content content, int index) {
+    const osg::ref_ptr<osg::Group> group = new osg::Group;
+    if (content == Content::SharedStateSets) group->setStateSet(stateSets.shared(index));
+    if (content == Content::OwnStateSets) group->setStateSet(stateSets.make(index));
+    if (content == Content::DrawableStateSets) {
+        const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+        const osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
+        geometry->setStateSet(stateSets.make(index));
+        geode->addDrawable(geometry);
+        group->addChild(geode);
+    }
+    return group;
+}
+
+/** A graph of that many nodes below its root: all in one group, one below the other, or ten to a group. */
+osg::ref_ptr<osg::Group> makeGraph(const Case& made) {
     const StateSets stateSets;
-    osg::ref_ptr<osg::Group> root = new osg::Group;
+    const osg::ref_ptr<osg::Group> root = new osg::Group;
     std::vector<osg::Group*> groups = {root.get()};
-    for (int i = 0; i < nodes; ++i) {
-        const bool isLeaf = static_cast<long>(i + 1) * childrenPerGroup >= nodes;
-        osg::ref_ptr<osg::Group> node = isLeaf ? new osg::Geode : new osg::Group;
-        node->setStateSet(stateSets.make(i));
-        if (isLeaf) node->addChild(new osg::Geometry);
-        groups[static_cast<std::size_t>(i / childrenPerGroup)]->addChild(node);
-        groups.push_back(node.get());
+    for (int i = 0; i < made.nodes; ++i) {
+        const osg::ref_ptr<osg::Group> node = makeNode(stateSets, made.content, i);
+        const int parent = made.shape == Shape::Wide ? 0 : made.shape == Shape::Deep ? i : i / childrenPerGroup;
+        groups[static_cast<std::size_t>(parent)]->addChild(node);
+        groups.push_back(node);
     }
     return root;
 }
 
-void generateShaders(osg::Node& node) {
-    ShaderGenerator::instance()->process(&node, false, true, true, true);
-}
-
-class StateSetCounter : public StateSetVisitor {
+class BareVisitor : public osg::NodeVisitor {
 public:
-    using StateSetVisitor::apply;
-    void apply(osg::StateSet&) override { ++count; }
-
-    int count = 0;
+    BareVisitor() : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN) {}
 };
 
-void reportNodes(benchmark::State& state) {
-    state.SetItemsProcessed(state.iterations() * state.range(0));
-    state.SetComplexityN(state.range(0));
-}
-
-void shaderGeneratorFirstRun(benchmark::State& state) {
-    for ([[maybe_unused]] auto _ : state) {
-        state.PauseTiming();
-        osg::ref_ptr<osg::Group> graph = makeGraph(static_cast<int>(state.range(0)));
-        state.ResumeTiming();
-        generateShaders(*graph);
-        state.PauseTiming();
-        graph = nullptr;
-        state.ResumeTiming();
+void run(Way way, osg::Node& graph) {
+    if (way == Way::Generator) {
+        ShaderGenerator::instance()->process(&graph, false, true, true, true);
+    } else if (way == Way::Visitor) {
+        osgUtil::ShaderGenVisitor visitor;
+        graph.accept(visitor);
+    } else {
+        BareVisitor visitor;
+        graph.accept(visitor);
     }
-    reportNodes(state);
 }
 
-void shaderGeneratorSecondRun(benchmark::State& state) {
-    const osg::ref_ptr<osg::Group> graph = makeGraph(static_cast<int>(state.range(0)));
-    generateShaders(*graph);
-    for ([[maybe_unused]] auto _ : state) generateShaders(*graph);
-    reportNodes(state);
+/** Milliseconds of this thread's processor time. */
+double timeOf(Way way, osg::Node& graph) {
+    const auto now = [] {
+        timespec time = {};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
+    };
+    const double start = now();
+    run(way, graph);
+    return now() - start;
 }
 
-void stateSetVisitor(benchmark::State& state) {
-    const osg::ref_ptr<osg::Group> graph = makeGraph(static_cast<int>(state.range(0)));
-    for ([[maybe_unused]] auto _ : state) {
-        StateSetCounter counter;
-        graph->accept(counter);
-        benchmark::DoNotOptimize(counter.count);
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+/** Medians of the first and the second run over a graph, each way over fresh graphs, the ways in turn. */
+struct Times {
+    std::map<Way, double> first;
+    std::map<Way, double> second;
+};
+
+Times measure(const Case& measured, int repeats) {
+    std::map<Way, std::vector<double>> first, second;
+    for (int i = 0; i < repeats; ++i) {
+        for (const Way way : {Way::Generator, Way::Visitor, Way::Bare}) {
+            const osg::ref_ptr<osg::Group> graph = makeGraph(measured);
+            first[way].push_back(timeOf(way, *graph));
+            second[way].push_back(timeOf(way, *graph));
+        }
     }
-    reportNodes(state);
+    Times times;
+    for (const auto& [way, values] : first) times.first[way] = median(values);
+    for (const auto& [way, values] : second) times.second[way] = median(values);
+    return times;
 }
 
-void forceTextureFilter(benchmark::State& state) {
-    const osg::ref_ptr<osg::Group> graph = makeGraph(static_cast<int>(state.range(0)));
-    for ([[maybe_unused]] auto _ : state) {
-        ForceTextureFilter filter(osg::Texture::LINEAR_MIPMAP_LINEAR);
-        graph->accept(filter);
+struct Arguments {
+    std::vector<int> nodes = {1000, 10000, 100000};
+    int repeats = 5;
+    std::string csv;
+};
+
+void addRow(Table& table, const Case& measured, const std::string& run, const std::map<Way, double>& ms,
+            const std::map<Way, double>& smaller) {
+    const double ours = ms.at(Way::Generator);
+    table.row().cell(measured.nodes, 0).cell(shapeNames.at(measured.shape)).cell(contentNames.at(measured.content));
+    table.cell(run).cell(ours, 3).cell(ms.at(Way::Visitor), 3).cell(ms.at(Way::Bare), 3);
+    table.cell(ours / ms.at(Way::Visitor), 2).cell(ours / ms.at(Way::Bare), 2).cell(measured.nodes / ours / 1000.0, 2);
+    if (smaller.empty()) {
+        table.cell("");
+    } else {
+        table.cell(ours / smaller.at(Way::Generator), 1);
     }
-    reportNodes(state);
 }
 
-void overGrowingGraphs(benchmark::internal::Benchmark* benchmark) {
-    benchmark->RangeMultiplier(10)->Range(10, 10000)->Unit(benchmark::kMicrosecond)->Complexity();
-}
-
-BENCHMARK(shaderGeneratorFirstRun)->Apply(overGrowingGraphs);
-BENCHMARK(shaderGeneratorSecondRun)->Apply(overGrowingGraphs);
-BENCHMARK(stateSetVisitor)->Apply(overGrowingGraphs);
-BENCHMARK(forceTextureFilter)->Apply(overGrowingGraphs);
-
-/** As the other benchmarks do, this one takes "--csv FILE". */
-std::vector<std::string> translate(int argc, char** argv) {
-    std::vector<std::string> arguments(argv, argv + argc);
-    for (std::size_t i = 1; i + 1 < arguments.size(); ++i) {
-        if (arguments[i] != "--csv") continue;
-        arguments[i] = "--benchmark_out=" + arguments[i + 1];
-        arguments[i + 1] = "--benchmark_out_format=csv";
+void addRows(Table& table, Shape shape, Content content, const Arguments& arguments) {
+    Times smaller;
+    for (const int nodes : arguments.nodes) {
+        const Case measured = {nodes, shape, content};
+        const Times times = measure(measured, arguments.repeats);
+        addRow(table, measured, "first", times.first, smaller.first);
+        addRow(table, measured, "second", times.second, smaller.second);
+        smaller = times;
     }
-    return arguments;
+}
+
+Table measureAll(const Arguments& arguments) {
+    Table table({"nodes", "shape", "state", "run", "ours_ms", "visitor_ms", "bare_ms", "ours/visitor", "ours/bare",
+                 "million_per_s", "growth"});
+    for (const Shape shape : {Shape::Wide, Shape::Deep, Shape::Tree}) {
+        for (const Content content :
+             {Content::NoState, Content::SharedStateSets, Content::OwnStateSets, Content::DrawableStateSets})
+            addRows(table, shape, content, arguments);
+    }
+    return table;
+}
+
+void* measureAndPrint(void* given) {
+    const Arguments& arguments = *static_cast<const Arguments*>(given);
+    run(Way::Generator, *makeGraph({1000, Shape::Wide, Content::OwnStateSets}));  // the programs are known from here on
+    const Table table = measureAll(arguments);
+    table.print(std::cout);
+    if (!arguments.csv.empty()) {
+        std::ofstream csv(arguments.csv);
+        table.writeCsv(csv);
+        if (!csv.flush()) std::cerr << arguments.csv << ": cannot be written\n";
+    }
+    return nullptr;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::vector<std::string> arguments = translate(argc, argv);
-    std::vector<char*> pointers;
-    for (std::string& argument : arguments) pointers.push_back(argument.data());
-    int count = static_cast<int>(pointers.size());
-    benchmark::Initialize(&count, pointers.data());
-    if (benchmark::ReportUnrecognizedArguments(count, pointers.data())) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    CLI::App app("Times shader generation against osgUtil::ShaderGenVisitor and against a walk that does nothing.");
+    Arguments arguments;
+    app.add_option("--nodes", arguments.nodes, "Numbers of nodes, ascending")->capture_default_str();
+    app.add_option("--repeats", arguments.repeats, "Rounds, of which the medians are shown")->capture_default_str();
+    app.add_option("--csv", arguments.csv, "Also write the table to this file");
+    CLI11_PARSE(app, argc, argv);
+
+    pthread_attr_t attributes;
+    pthread_t thread;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, stackSize);
+    if (pthread_create(&thread, &attributes, measureAndPrint, &arguments) != 0) return 1;
+    pthread_join(thread, nullptr);
     return 0;
 }

@@ -1,0 +1,123 @@
+#include <sceneutils/ForceTextureFilter.h>
+#include <sceneutils/StateSetVisitor.h>
+
+#include <benchmark/benchmark.h>
+
+#include <osg/Geode>
+#include <osg/Geometry>
+#include <osg/Group>
+#include <osg/Material>
+#include <osg/Texture2D>
+
+#include <string>
+#include <vector>
+
+using namespace veltrane::sceneutils;
+
+namespace {
+
+constexpr int childrenPerGroup = 10;
+constexpr int distinctMaterials = 16;
+
+/** State as models carry it: one of a few materials each, and a texture on one or two units or none. */
+class StateSets {
+public:
+    osg::ref_ptr<osg::StateSet> make(int index) const {
+        osg::ref_ptr<osg::StateSet> stateSet = new osg::StateSet;
+        stateSet->setAttribute(_materials[static_cast<std::size_t>(index % distinctMaterials)]);
+        for (int unit = 0; unit < index % 3; ++unit) {
+            stateSet->setTextureAttributeAndModes(static_cast<unsigned int>(unit), new osg::Texture2D);
+        }
+        return stateSet;
+    }
+
+private:
+    static std::vector<osg::ref_ptr<osg::Material>> makeMaterials() {
+        std::vector<osg::ref_ptr<osg::Material>> materials;
+        for (int i = 0; i < distinctMaterials; ++i) materials.push_back(new osg::Material);
+        return materials;
+    }
+
+    std::vector<osg::ref_ptr<osg::Material>> _materials = makeMaterials();
+};
+
+/** A tree of that many nodes below its root, ten to a group, each with a state set of its own; the leaves are geodes.
+ */
+osg::ref_ptr<osg::Group> makeGraph(int nodes) {
+    const StateSets stateSets;
+    osg::ref_ptr<osg::Group> root = new osg::Group;
+    std::vector<osg::Group*> groups = {root.get()};
+    for (int i = 0; i < nodes; ++i) {
+        const bool isLeaf = static_cast<long>(i + 1) * childrenPerGroup >= nodes;
+        osg::ref_ptr<osg::Group> node = isLeaf ? new osg::Geode : new osg::Group;
+        node->setStateSet(stateSets.make(i));
+        if (isLeaf) node->addChild(new osg::Geometry);
+        groups[static_cast<std::size_t>(i / childrenPerGroup)]->addChild(node);
+        groups.push_back(node.get());
+    }
+    return root;
+}
+
+class StateSetCounter : public StateSetVisitor {
+public:
+    using StateSetVisitor::apply;
+    void apply(osg::StateSet&) override { ++count; }
+
+    int count = 0;
+};
+
+void reportNodes(benchmark::State& state) {
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+    state.SetComplexityN(state.range(0));
+}
+
+void stateSetVisitor(benchmark::State& state) {
+    const osg::ref_ptr<osg::Group> graph = makeGraph(static_cast<int>(state.range(0)));
+    for ([[maybe_unused]] auto _ : state) {
+        StateSetCounter counter;
+        graph->accept(counter);
+        benchmark::DoNotOptimize(counter.count);
+    }
+    reportNodes(state);
+}
+
+void forceTextureFilter(benchmark::State& state) {
+    const osg::ref_ptr<osg::Group> graph = makeGraph(static_cast<int>(state.range(0)));
+    for ([[maybe_unused]] auto _ : state) {
+        ForceTextureFilter filter(osg::Texture::LINEAR_MIPMAP_LINEAR);
+        graph->accept(filter);
+    }
+    reportNodes(state);
+}
+
+void overGrowingGraphs(benchmark::internal::Benchmark* benchmark) {
+    benchmark->RangeMultiplier(10)->Range(10, 10000)->Unit(benchmark::kMicrosecond)->Complexity();
+}
+
+BENCHMARK(stateSetVisitor)->Apply(overGrowingGraphs);
+BENCHMARK(forceTextureFilter)->Apply(overGrowingGraphs);
+
+/** As the other benchmarks do, this one takes "--csv FILE". */
+std::vector<std::string> translate(int argc, char** argv) {
+    std::vector<std::string> arguments(argv, argv + argc);
+    for (std::size_t i = 1; i + 1 < arguments.size(); ++i) {
+        if (arguments[i] != "--csv") continue;
+        arguments[i] = "--benchmark_out=" + arguments[i + 1];
+        arguments[i + 1] = "--benchmark_out_format=csv";
+    }
+    return arguments;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::vector<std::string> arguments = translate(argc, argv);
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments) pointers.push_back(argument.data());
+    int count = static_cast<int>(pointers.size());
+    benchmark::Initialize(&count, pointers.data());
+    if (benchmark::ReportUnrecognizedArguments(count, pointers.data())) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
