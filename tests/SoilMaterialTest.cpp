@@ -308,7 +308,6 @@ TEST(SoilMaterial, SwitchesLightingOffProtected) {
     const osg::ref_ptr<osg::Node> node = Soil().make();
 
     EXPECT_THAT(node->getStateSet()->getModeList(), ElementsAre(Pair(GL_LIGHTING, 4u)));
-    EXPECT_EQ(4, osg::StateAttribute::PROTECTED | osg::StateAttribute::OFF);
 }
 
 TEST(SoilMaterial, IsDrawnByTheProgram) {
