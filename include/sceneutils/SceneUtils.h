@@ -2,8 +2,12 @@
 
 #include <sceneutils/Export.h>
 
+#include <osg/Node>
 #include <osg/Program>
 #include <osg/Shader>
+#include <osg/StateSet>
+#include <osg/Texture>
+#include <osg/Vec4>
 #include <osg/ref_ptr>
 
 #include <string>
@@ -36,5 +40,48 @@ SCENEUTILS_EXPORT osg::ref_ptr<osg::Program> loadShader(const std::string& fileN
  */
 SCENEUTILS_EXPORT void reloadShader(const std::string& fileName, osg::Shader::Type type,
                                     osg::ref_ptr<osg::Program> program);
+
+/**
+ * Makes a soil sample: a mound of polygons, to be drawn by a program of the caller's with three textures and what the
+ * soil is made of.
+ * @param height how high the mound is: its peak lies at z = 28 height + 11, in graph units. There is no mound unless it
+ *     is greater than 0. Above 0.1875 the mound is wider and higher at its far x side, and only there.
+ * @param clayTex the texture of unit 0, sampler "ClayTex"
+ * @param siltTex the texture of unit 1, sampler "SiltTex"
+ * @param sandTex the texture of unit 2, sampler "SandTex"
+ * @param program draws the mound; nothing here says what it makes of the uniforms
+ * @param clayPercentage the float uniform of that name, as are the next four; passed on as it is, in whatever range the
+ *     program expects
+ * @param siltPercentage see clayPercentage
+ * @param sandPercentage see clayPercentage
+ * @param waterVolumePercentage see clayPercentage
+ * @param frozenPercentage see clayPercentage
+ * @return a new node that nothing refers to yet, the caller's to hold: a geode of one geometry, or an empty osg::Node
+ *     when there is no mound
+ *
+ * A null texture or program is left out; the samplers are declared all the same. The mound has neither colours nor
+ * normals, and lighting is switched off for it. Textures and program are shared, not copied.
+ *
+ * Reports nothing and keeps no state: may run in several threads at a time.
+ */
+SCENEUTILS_EXPORT osg::Node* GetDirt(double height, osg::ref_ptr<osg::Texture> clayTex,
+                                     osg::ref_ptr<osg::Texture> siltTex, osg::ref_ptr<osg::Texture> sandTex,
+                                     osg::ref_ptr<osg::Program> program, float clayPercentage, float siltPercentage,
+                                     float sandPercentage, float waterVolumePercentage, float frozenPercentage);
+
+/**
+ * Turns a state set into that of a wireframe overlay: whatever is drawn below it shows as lines of one colour, two
+ * pixels wide and untextured, whatever the lights.
+ * @param stateSet the state set that is changed; null is ignored
+ * @param color the colour of the lines. Its alpha has no effect: the lines are opaque.
+ * @param offset factor and units of the polygon offset; negative values pull towards the viewer. OpenGL applies it to
+ *     lines only where GL_POLYGON_OFFSET_LINE is on too, which is left to the caller.
+ *
+ * Replaces the polygon offset, line width, material and polygon mode of the state set by new ones and overrides those
+ * below it; everything else in the state set stays. A program, there or inherited, draws in its own colours.
+ *
+ * Reports nothing and keeps no state. Must not run while another thread uses the state set.
+ */
+SCENEUTILS_EXPORT void makeWireframe(osg::StateSet* stateSet, const osg::Vec4& color, float offset);
 
 }  // namespace veltrane::sceneutils

@@ -81,6 +81,12 @@ int main() {
     expect(loadShader("no such file.frag", osg::Shader::FRAGMENT)->getNumShaders() == 0,
            "a missing shader is not loaded");
 
+    osg::ref_ptr<osg::Node> soil = GetDirt(1.0, texture, texture, texture, nullptr, 20.0f, 40.0f, 40.0f, 10.0f, 0.0f);
+    expect(soil->asGeode(), "a soil sample is made");
+
+    makeWireframe(soil->getStateSet(), osg::Vec4(1, 1, 0, 1), -1.0f);
+    expect(soil->getStateSet()->getAttribute(osg::StateAttribute::POLYGONMODE), "the soil is drawn in lines");
+
     CreatePagedLODVisitor converter(nullptr);
     expect(!converter.convert("no such file.flt", "not written.ive"), "a missing file is not converted");
 
