@@ -11,12 +11,13 @@
 #include <osg/ref_ptr>
 
 #include <map>
-#include <set>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace veltrane::sceneutils {
 
+class ShaderFeatureTable;
 class ShaderState;
 
 /** What one state set needs from its program. Built by ShaderGenerator for each state set it meets. */
@@ -134,10 +135,6 @@ protected:
     virtual void createVertexSource(std::string& out, const ShaderFeatures& features);
 
 private:
-    struct BeforeBesidesName {
-        bool operator()(const ShaderFeatures& left, const ShaderFeatures& right) const;
-    };
-
     void enter(osg::StateSet& own, osg::Drawable* drawable);
     void leave();
     osg::ref_ptr<osg::StateSet> accumulateAll(const osg::StateSet& own) const;
@@ -146,7 +143,6 @@ private:
     void assignProgram(osg::StateSet& own, const ShaderState& accumulated, const osg::Drawable* drawable);
     const ShaderFeatures& classify(const osg::StateSet& own, const ShaderState& accumulated,
                                    const osg::Drawable* drawable);
-    const ShaderFeatures& named(ShaderFeatures features);
     bool usesNormalMap(const ShaderFeatures& features) const;
 
     std::map<std::string, osg::ref_ptr<osg::Program>> _programs;
@@ -160,7 +156,7 @@ private:
     bool _overridesApplyStateSet;
     std::vector<osg::ref_ptr<osg::StateSet>> _stateSetStack;  // with applyStateSet() overridden
     std::vector<ShaderState> _shaderStateStack;               // without
-    std::set<ShaderFeatures, BeforeBesidesName> _records;     // every record met so far, so that each is named once
+    std::unique_ptr<ShaderFeatureTable> _features;
 };
 
 }  // namespace veltrane::sceneutils

@@ -1,5 +1,6 @@
 #include <sceneutils/ShaderGenerator.h>
 
+#include "ShaderFeatureTable.h"
 #include "ShaderFile.h"
 #include "ShaderState.h"
 #include "ShaderText.h"
@@ -13,7 +14,6 @@
 
 #include <fstream>
 #include <iostream>
-#include <tuple>
 #include <utility>
 
 namespace veltrane::sceneutils {
@@ -90,14 +90,6 @@ void whitenColorsLeftToTheMaterial(osg::Material& material) {
     if (diffuseCounts && material.getDiffuse(face) == black) material.setDiffuse(face, white);
 }
 
-void findTextureUnits(ShaderFeatures& features, const ShaderState& accumulated) {
-    for (int unit = 0; unit < accumulated.unitCount(); ++unit) {
-        const bool isMap = unit == features.normalMapUnit || unit == features.specMapUnit;
-        if (accumulated.isTextured(unit) && !isMap) features.textureUnits.push_back(unit);
-        if (accumulated.hasPointSprite(unit)) features.pointSprite = true;
-    }
-}
-
 std::string composeName(const ShaderFeatures& features) {
     std::string name = "shader_t";
     const auto appendUnit = [&name](const char* label, int unit) {
@@ -117,6 +109,23 @@ std::string composeName(const ShaderFeatures& features) {
     appendFlag("_text", features.text);
     appendFlag("_ps", features.pointSprite);
     return name;
+}
+
+ShaderFeatures makeFeatures(const ShaderFeatureKey& key) {
+    ShaderFeatures features;
+    features.textureUnits = key.textureUnits.members();
+    features.normalMapUnit = key.normalMapUnit;
+    features.specMapUnit = key.specMapUnit;
+    features.overlayUnit = key.overlayUnit;
+    features.sunUniforms = key.sunUniforms;
+    features.lighting = key.lighting;
+    features.shadowUnit = key.shadowUnit;
+    features.normalMapping = key.normalMapping;
+    features.fog = key.fog;
+    features.text = key.text;
+    features.pointSprite = key.pointSprite;
+    features.name = composeName(features);
+    return features;
 }
 
 std::string composeSamplerName(int unit) {
@@ -194,7 +203,8 @@ ShaderGenerator* ShaderGenerator::instance() {
 ShaderGenerator::ShaderGenerator(int shadowTexUnit, bool overridesApplyStateSet)
     : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN),
       _shadowTexUnit(shadowTexUnit),
-      _overridesApplyStateSet(overridesApplyStateSet) {}
+      _overridesApplyStateSet(overridesApplyStateSet),
+      _features(std::make_unique<ShaderFeatureTable>()) {}
 
 ShaderGenerator::~ShaderGenerator() = default;
 
@@ -328,42 +338,27 @@ void ShaderGenerator::assignProgram(osg::StateSet& own, const ShaderState& accum
 
 const ShaderFeatures& ShaderGenerator::classify(const osg::StateSet& own, const ShaderState& accumulated,
                                                 const osg::Drawable* drawable) {
-    ShaderFeatures features;
-    features.textureUnits.reserve(usualTextureUnits);
-    features.lighting = _lighting;
-    features.normalMapping = _normalMapping;
-    features.shadowUnit = _shadowTexUnit;
-    features.fog = _fog;
+    ShaderFeatureKey key = {};
+    key.lighting = _lighting;
+    key.normalMapping = _normalMapping;
+    key.shadowUnit = _shadowTexUnit;
+    key.fog = _fog;
     // Normal and specular maps must be declared on the state set itself; overlay and sun colours may be inherited.
-    features.sunUniforms = accumulated.hasSun();
-    features.normalMapUnit = readUnitOrReport(own.getUniform(normalMapName));
-    features.specMapUnit = readUnitOrReport(own.getUniform(specMapName));
-    features.overlayUnit = readUnit(accumulated.overlay());
+    key.sunUniforms = accumulated.hasSun();
+    key.normalMapUnit = readUnitOrReport(own.getUniform(normalMapName));
+    key.specMapUnit = readUnitOrReport(own.getUniform(specMapName));
+    key.overlayUnit = readUnit(accumulated.overlay());
 
     if (dynamic_cast<const osgText::Text*>(drawable)) {
-        features.textureUnits.push_back(textTextureUnit);
-        features.text = true;
+        key.textureUnits.set(textTextureUnit, true);
+        key.text = true;
     } else {
-        findTextureUnits(features, accumulated);
+        key.textureUnits = accumulated.texturedUnits();
+        key.textureUnits.set(key.normalMapUnit, false);
+        key.textureUnits.set(key.specMapUnit, false);
+        key.pointSprite = accumulated.hasPointSprite();
     }
-    return named(std::move(features));
-}
-
-// Graphs ask for few different programs very often, and a name costs more than to find it again.
-const ShaderFeatures& ShaderGenerator::named(ShaderFeatures features) {
-    const auto known = _records.find(features);
-    if (known != _records.end()) return *known;
-
-    features.name = composeName(features);
-    return *_records.insert(std::move(features)).first;
-}
-
-bool ShaderGenerator::BeforeBesidesName::operator()(const ShaderFeatures& left, const ShaderFeatures& right) const {
-    const auto allBesidesName = [](const ShaderFeatures& f) {
-        return std::tie(f.textureUnits, f.normalMapUnit, f.specMapUnit, f.overlayUnit, f.sunUniforms, f.lighting,
-                        f.shadowUnit, f.normalMapping, f.fog, f.text, f.pointSprite);
-    };
-    return allBesidesName(left) < allBesidesName(right);
+    return _features->find(key, makeFeatures);
 }
 
 osg::Program* ShaderGenerator::getOrCreateProgram(const ShaderFeatures& features) {

@@ -1,7 +1,6 @@
 #include "ShaderState.h"
 
 #include <osg/PointSprite>
-#include <osg/Texture>
 
 #include <string>
 
@@ -12,10 +11,11 @@ namespace {
 const std::string overlayName = "OverlayTex";
 const std::string sunName = "SunAmbient";
 
-/** Whether an attribute is what its place in the state set says. */
-template <typename T>
-bool holds(const osg::StateSet::RefAttributePair& entry) {
-    return dynamic_cast<const T*>(entry.first.get()) != nullptr;
+const osg::StateAttribute::TypeMemberPair textureType(osg::StateAttribute::TEXTURE, 0);
+const osg::StateAttribute::TypeMemberPair pointSpriteType(osg::StateAttribute::POINTSPRITE, 0);
+
+bool isPointSprite(const osg::StateAttribute& attribute) {
+    return dynamic_cast<const osg::PointSprite*>(&attribute) != nullptr;
 }
 
 }  // namespace
@@ -40,14 +40,13 @@ void ShaderState::mergeUniforms(const osg::StateSet& own) {
 }
 
 void ShaderState::mergeUnits(const osg::StateSet& own) {
-    const unsigned int count = own.getNumTextureAttributeLists();
-    if (_units.size() < count) _units.resize(count);
-
-    for (unsigned int i = 0; i < count; ++i) {
-        const auto* texture = own.getTextureAttributePair(i, osg::StateAttribute::TEXTURE);
-        if (texture) _units[i].isTextured.merge(holds<osg::Texture>(*texture), texture->second);
-        const auto* sprite = own.getTextureAttributePair(i, osg::StateAttribute::POINTSPRITE);
-        if (sprite) _units[i].hasPointSprite.merge(holds<osg::PointSprite>(*sprite), sprite->second);
+    int unit = 0;
+    for (const osg::StateSet::AttributeList& attributes : own.getTextureAttributeList()) {
+        for (const auto& [type, entry] : attributes) {
+            if (type == textureType) _textures.merge(unit, entry.first->asTexture() != nullptr, entry.second);
+            if (type == pointSpriteType) _pointSprites.merge(unit, isPointSprite(*entry.first), entry.second);
+        }
+        ++unit;
     }
 }
 

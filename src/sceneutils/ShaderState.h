@@ -1,11 +1,11 @@
 #pragma once
 
+#include "UnitSet.h"
+
 #include <osg/Material>
 #include <osg/StateAttribute>
 #include <osg/StateSet>
 #include <osg/Uniform>
-
-#include <vector>
 
 namespace veltrane::sceneutils {
 
@@ -32,11 +32,11 @@ public:
     /** Whether there is a uniform "SunAmbient". */
     bool hasSun() const { return _hasSun; }
 
-    /** How many units may carry a texture or a point sprite. */
-    int unitCount() const { return static_cast<int>(_units.size()); }
+    /** The units that carry a texture. */
+    const UnitSet& texturedUnits() const { return _textures.held; }
 
-    bool isTextured(int unit) const { return _units[static_cast<std::size_t>(unit)].isTextured.held; }
-    bool hasPointSprite(int unit) const { return _units[static_cast<std::size_t>(unit)].hasPointSprite.held; }
+    /** Whether any unit carries a point sprite. */
+    bool hasPointSprite() const { return !_pointSprites.held.empty(); }
 
 private:
     /** One entry of a state set: what it holds, and whether it overrides what comes below. */
@@ -52,9 +52,16 @@ private:
         bool overrides = false;
     };
 
-    struct Unit {
-        Entry<bool> isTextured;
-        Entry<bool> hasPointSprite;
+    /** The entries of one kind for each unit: whether there is one, and whether it overrides what comes below. */
+    struct UnitEntries {
+        void merge(int unit, bool own, osg::StateAttribute::OverrideValue value) {
+            if (overriding.contains(unit) && !(value & osg::StateAttribute::PROTECTED)) return;
+            held.set(unit, own);
+            overriding.set(unit, (value & osg::StateAttribute::OVERRIDE) != 0);
+        }
+
+        UnitSet held;
+        UnitSet overriding;
     };
 
     void mergeMaterial(const osg::StateSet& own);
@@ -64,7 +71,8 @@ private:
     Entry<osg::Material*> _material;
     Entry<const osg::Uniform*> _overlay;
     bool _hasSun = false;
-    std::vector<Unit> _units;
+    UnitEntries _textures;
+    UnitEntries _pointSprites;
 };
 
 }  // namespace veltrane::sceneutils
