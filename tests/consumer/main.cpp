@@ -1,5 +1,6 @@
 // A program of a user of the installed library: nothing but what an installation offers is in its reach.
 
+#include <sceneutils/BubbleUpTransform.h>
 #include <sceneutils/ChangeTextureExtension.h>
 #include <sceneutils/CreatePagedLODVisitor.h>
 #include <sceneutils/Export.h>
@@ -80,6 +81,10 @@ int main() {
 
     expect(loadShader("no such file.frag", osg::Shader::FRAGMENT)->getNumShaders() == 0,
            "a missing shader is not loaded");
+
+    osg::Matrixd wayBack;
+    BubbleUpTransform().createMatrixForGeodes(model, 0.0, wayBack);
+    expect(wayBack.getTrans() == osg::Vec3d(0.5, 0.5, 0.0), "the model is moved to the origin");
 
     CreatePagedLODVisitor converter(nullptr);
     expect(!converter.convert("no such file.flt", "not written.ive"), "a missing file is not converted");
