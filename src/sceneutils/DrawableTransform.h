@@ -1,13 +1,14 @@
 #pragma once
 
+#include <osg/Array>
 #include <osg/Drawable>
 #include <osg/Geometry>
 #include <osg/Referenced>
 #include <osg/ref_ptr>
 #include <osgUtil/TransformAttributeFunctor>
 
+#include <array>
 #include <set>
-#include <vector>
 
 namespace veltrane::sceneutils {
 
@@ -32,14 +33,19 @@ public:
     void apply(osg::Drawable::AttributeType type, unsigned int count, osg::Vec3d* begin) override;
 
 private:
-    using ArrayData = std::vector<const void*>;
+    /** An array of the drawable at hand that OSG may take for positions or normals. */
+    struct Candidate {
+        osg::Array* array = nullptr;
+        bool isDone = false;
+        bool isChanged = false;
+    };
 
-    bool isFirstUse(osg::Drawable::AttributeType type, const void* data);
-    void noteChanges(const osg::Geometry::ArrayList& arrays);
+    void collectCandidates(osg::Drawable& drawable);
+    void noteChanges();
+    bool isToBeTransformed(osg::Drawable::AttributeType type, const void* data);
 
     SharedObjects& _shared;
-    ArrayData _leftOut;  ///< of the current drawable: what another one has had transformed
-    ArrayData _changed;  ///< of the current drawable: what it has had transformed
+    std::array<Candidate, 4> _candidates;
 };
 
 }  // namespace veltrane::sceneutils
