@@ -36,8 +36,9 @@ struct Model {
         for (int i = 0; i < geodes; ++i) {
             if (i % 10 == 0) root->addChild(group = new osg::Group);
             osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
-            arrays.push_back(makeVertices(vertices));
-            geometry->setVertexArray(arrays.back());
+            const osg::ref_ptr<osg::Vec3Array> array = makeVertices(vertices);
+            geometry->setVertexArray(array);
+            arrays.push_back(array.get());
             geometry->addPrimitiveSet(new osg::DrawArrays(GL_POINTS, 0, vertices));
             osg::ref_ptr<osg::Geode> geode = new osg::Geode;
             geode->addDrawable(geometry);
@@ -47,7 +48,7 @@ struct Model {
     }
 
     osg::ref_ptr<osg::Group> root;
-    std::vector<osg::ref_ptr<osg::Vec3Array>> arrays;
+    std::vector<osg::Vec3Array*> arrays;  ///< held by their geometries alone, as in most graphs
 };
 
 /** A visitor that takes its matrix from outside. */
@@ -76,7 +77,7 @@ void moveToAndFro(benchmark::State& state, Model& model, Move move) {
 
 /** The floor: each vertex of each array times the matrix. */
 void multiplyArrays(Model& model, const osg::Matrixd& matrix) {
-    for (const auto& array : model.arrays) {
+    for (osg::Vec3Array* array : model.arrays) {
         for (osg::Vec3& vertex : *array) vertex = vertex * matrix;
     }
 }

@@ -165,6 +165,19 @@ TEST(BubbleUpTransformOnGeodes, HandsEveryDrawableTheMatrixAndItsInverse) {
     EXPECT_THAT(second->inverses, ElementsAre(osg::Matrixd::inverse(scaleAndMove)));
 }
 
+TEST(BubbleUpTransformOnGeodes, PutsTheMatrixIntoWhatAnotherKindOfDrawableHandsOut) {
+    struct OwnPoint : osg::Drawable {
+        using osg::Drawable::accept;
+        void accept(AttributeFunctor& functor) override { functor.apply(VERTICES, 1, &point); }
+        osg::Vec3 point = osg::Vec3(1, 1, 1);
+    };
+    osg::ref_ptr<OwnPoint> drawable = new OwnPoint;
+
+    push(scaleAndMove, *makeGeode({drawable}));
+
+    EXPECT_EQ(drawable->point, osg::Vec3(12, 23, 34));
+}
+
 TEST(BubbleUpTransformOnGeodes, DropsWhatWasKeptOfTheDrawable) {
     const auto probe = makeProbe();
     const auto geode = makeGeode({probe});

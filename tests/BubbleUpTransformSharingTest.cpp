@@ -137,6 +137,16 @@ TEST(BubbleUpTransformSharing, MovesAnArrayOfSeveralGeometriesOnce) {
     EXPECT_EQ(root->getBound().center(), shift);
 }
 
+TEST(BubbleUpTransformSharing, MovesAnArrayThatOnlyTwoGeometriesHoldOnce) {
+    const auto first = makePair(osg::Vec3()), second = makePair(osg::Vec3());
+    second->setVertexArray(first->getVertexArray());
+    ASSERT_EQ(first->getVertexArray()->referenceCount(), 2);
+
+    push(move, *makeGeode({first, second}));
+
+    EXPECT_EQ(pointsOf(first), pairAt(shift));
+}
+
 TEST(BubbleUpTransformSharing, MovesTheOwnArrayOfAGeometryThatSharesAnother) {
     const osg::ref_ptr<osg::Vec3Array> normals = makeArray<osg::Vec3Array>({osg::Vec3(4, 0, 3)});
     const auto first = makePair(osg::Vec3()), second = makePair(osg::Vec3());
@@ -161,6 +171,40 @@ TEST(BubbleUpTransformSharing, MovesPositionsThatAreAVertexAttributeOnce) {
 
     EXPECT_EQ(pointsOf(positions), pairAt(shift));
     EXPECT_EQ(pointsOf(ofBoth), pairAt(shift));
+}
+
+TEST(BubbleUpTransformSharing, TakesTheThirdVertexAttributeForNormalsAsTheDrawableDoes) {
+    const auto normals = makeArray<osg::Vec3Array>({osg::Vec3(0, 0, 2)});
+    const auto first = makePair(osg::Vec3()), second = makePair(osg::Vec3());
+    first->setVertexAttribArray(2, normals);
+    second->setVertexAttribArray(2, normals);
+
+    push(osg::Matrixd::scale(4, 1, 3), *makeGeode({first, second}));
+
+    EXPECT_THAT(pointsOf(normals), ElementsAre(osg::Vec3(0, 0, 1)));
+    EXPECT_EQ(normals->getModifiedCount(), 1u);
+}
+
+TEST(BubbleUpTransformSharing, MovesAnAttributeOfDoublesOnce) {
+    const auto positions = makeArray<osg::Vec3dArray>({osg::Vec3d(1, 1, 1)});
+    osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
+    geometry->setVertexAttribArray(0, positions);
+
+    push(move, *makeGeode({geometry}));
+
+    EXPECT_EQ((*positions)[0], osg::Vec3d(11, 21, 31));
+}
+
+TEST(BubbleUpTransformSharing, MovesPositionsThatAreTextureCoordinatesToo) {
+    const auto positions = makePairArray();
+    const auto pair = makePair(osg::Vec3());
+    pair->setTexCoordArray(0, positions);
+    pair->setVertexAttribArray(0, positions);
+
+    push(move, *makeGeode({pair}));
+
+    EXPECT_EQ(pointsOf(pair), pairAt(shift));
+    EXPECT_EQ(pointsOf(positions), pairAt(shift));
 }
 
 TEST(BubbleUpTransformSharing, MovesAnArrayThatTheApplicationHoldsToo) {

@@ -42,8 +42,6 @@ void LightPointNodeTranslate::apply(osg::Node& node) {
 }
 
 void LightPointNodeTranslate::translate(osgSim::LightPointNode& lights) const {
-    if (lights.getNumLightPoints() == 0) return;
-
     for (unsigned int i = 0; i < lights.getNumLightPoints(); ++i) {
         osg::Vec3& position = lights.getLightPoint(i)._position;
         const osg::Vec3 old = position;
