@@ -1,5 +1,6 @@
 // A program of a user of the installed library: nothing but what an installation offers is in its reach.
 
+#include <sceneutils/BubbleUpTransform.h>
 #include <sceneutils/ChangeTextureExtension.h>
 #include <sceneutils/CreatePagedLODVisitor.h>
 #include <sceneutils/Export.h>
@@ -86,6 +87,9 @@ int main() {
 
     makeWireframe(soil->getStateSet(), osg::Vec4(1, 1, 0, 1), -1.0f);
     expect(soil->getStateSet()->getAttribute(osg::StateAttribute::POLYGONMODE), "the soil is drawn in lines");
+    osg::Matrixd wayBack;
+    BubbleUpTransform().createMatrixForGeodes(model, 0.0, wayBack);
+    expect(wayBack.getTrans() == osg::Vec3d(0.5, 0.5, 0.0), "the model is moved to the origin");
 
     CreatePagedLODVisitor converter(nullptr);
     expect(!converter.convert("no such file.flt", "not written.ive"), "a missing file is not converted");

@@ -2,8 +2,10 @@
 // calls them instead of those of the logging module.
 
 #include <logging/Logger.h>
+#include <sceneutils/BubbleUpTransform.h>
 #include <sceneutils/SceneUtils.h>
 
+#include "support/LightPoints.h"
 #include "support/StandardError.h"
 
 #include <gmock/gmock.h>
@@ -16,8 +18,11 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
+using testing_support::makeLights;
+using testing_support::positionsOf;
 using testing_support::StandardError;
 using veltrane::logging::Logger;
+using veltrane::sceneutils::BubbleUpTransform;
 using veltrane::sceneutils::reloadShader;
 
 namespace {
@@ -51,6 +56,18 @@ std::vector<std::string> namesCalledByAFailure(bool enabled) {
     calls().records.clear();
     calls().enabled = enabled;
     reloadShader("no such file.frag", osg::Shader::FRAGMENT, new osg::Program);
+    return calls().names;
+}
+
+/** The operations that moving two lights from (2, 4) and (4, 8) by (-3, -6) calls. */
+std::vector<std::string> namesCalledByMovingTwoLights(bool enabled) {
+    const auto lights = makeLights({osg::Vec3(2, 4, 1), osg::Vec3(4, 8, 3)});
+    osg::Matrixd matrix;
+    calls().names.clear();
+    calls().records.clear();
+    calls().enabled = enabled;
+    BubbleUpTransform().createMatrixForGeodes(lights, 0.0, matrix);
+    EXPECT_THAT(positionsOf(lights), ElementsAre(osg::Vec3(-1, -2, -1), osg::Vec3(1, 2, 1)));
     return calls().names;
 }
 
@@ -103,4 +120,18 @@ TEST(OwnLogger, IsAskedWhetherTheLevelIsEnabledBeforeItGetsTheRecord) {
 
 TEST(OwnLogger, GetsNoRecordOfALevelThatItHasSwitchedOff) {
     EXPECT_THAT(namesCalledByAFailure(false), ElementsAre("instance", "isEnabled"));
+}
+
+TEST(OwnLogger, GetsARecordForEachLightPointThatIsMoved) {
+    EXPECT_THAT(namesCalledByMovingTwoLights(true),
+                ElementsAre("instance", "isEnabled", "instance", "log", "instance", "isEnabled", "instance", "log"));
+
+    const std::string file = "sceneutils/BubbleUpTransform";
+    EXPECT_THAT(calls().records,
+                ElementsAre(Record(ownCategory(), 600, file, 87, "Transforming light from 2 4 to -1 -2"),
+                            Record(ownCategory(), 600, file, 87, "Transforming light from 4 8 to 1 2")));
+}
+
+TEST(OwnLogger, GetsNoRecordOfMovedLightPointsOnceItHasSwitchedThemOff) {
+    EXPECT_THAT(namesCalledByMovingTwoLights(false), ElementsAre("instance", "isEnabled", "instance", "isEnabled"));
 }
