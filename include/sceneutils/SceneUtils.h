@@ -2,6 +2,8 @@
 
 #include <sceneutils/Export.h>
 
+#include <osg/Node>
+#include <osg/PositionAttitudeTransform>
 #include <osg/Program>
 #include <osg/Shader>
 #include <osg/ref_ptr>
@@ -36,5 +38,14 @@ SCENEUTILS_EXPORT osg::ref_ptr<osg::Program> loadShader(const std::string& fileN
  */
 SCENEUTILS_EXPORT void reloadShader(const std::string& fileName, osg::Shader::Type type,
                                     osg::ref_ptr<osg::Program> program);
+
+/**
+ * Finds the transform by which a part of a model is moved.
+ * @param root the whole graph below it is searched, see FindNodeVisitor; null finds nothing
+ * @param name the whole name, in its own letter case
+ * @return the first node of that name, which belongs to the graph; null if there is none, or if it is no
+ *     osg::PositionAttitudeTransform. Further nodes of the name are deliberately not looked at. Nothing is reported.
+ */
+SCENEUTILS_EXPORT osg::PositionAttitudeTransform* findNamedPAT(osg::Node* root, const std::string& name);
 
 }  // namespace veltrane::sceneutils

@@ -1,13 +1,16 @@
 // A program of a user of the installed library: nothing but what an installation offers is in its reach.
 
+#include <sceneutils/CalculateBoundingBox.h>
 #include <sceneutils/ChangeTextureExtension.h>
 #include <sceneutils/CreatePagedLODVisitor.h>
 #include <sceneutils/Export.h>
+#include <sceneutils/FindNodeVisitor.h>
 #include <sceneutils/ForceTextureFilter.h>
 #include <sceneutils/SceneUtils.h>
 #include <sceneutils/ShaderGenerator.h>
 #include <sceneutils/StateSetVisitor.h>
 #include <sceneutils/TextureVisitor.h>
+#include <sceneutils/TransformAccumulator.h>
 
 #include <osg/Geode>
 #include <osg/Geometry>
@@ -83,6 +86,19 @@ int main() {
 
     CreatePagedLODVisitor converter(nullptr);
     expect(!converter.convert("no such file.flt", "not written.ive"), "a missing file is not converted");
+
+    FindNodeVisitor finder("wall");
+    model->setName("wall");
+    model->accept(finder);
+    expect(finder.getFirst() == model, "the model is found by its name");
+    expect(!findNamedPAT(model, "wall"), "a geode is no transform");
+
+    expect(CalculateBoundingBox::process(*model).xMax() == 1.0f, "the model is measured");
+
+    osg::ref_ptr<osg::Group> root = new osg::Group;
+    TransformAccumulator accumulator;
+    expect(accumulator.attachToGroup(root), "the attach point is attached");
+    expect(accumulator.getMatrix().isIdentity(), "no matrix is recorded before an update traversal");
 
     return failures == 0 ? 0 : 1;
 }
