@@ -6,6 +6,7 @@
 #include <sceneutils/Export.h>
 #include <sceneutils/FindNodeVisitor.h>
 #include <sceneutils/ForceTextureFilter.h>
+#include <sceneutils/OpenFlightLODCreator.h>
 #include <sceneutils/SceneUtils.h>
 #include <sceneutils/ShaderGenerator.h>
 #include <sceneutils/StateSetVisitor.h>
@@ -99,6 +100,12 @@ int main() {
     TransformAccumulator accumulator;
     expect(accumulator.attachToGroup(root), "the attach point is attached");
     expect(accumulator.getMatrix().isIdentity(), "no matrix is recorded before an update traversal");
+
+    osg::ref_ptr<osg::Group> hinted = new osg::Group;
+    hinted->addDescription("LOD_Transition_Range 10");
+    root->addChild(hinted);
+    OpenFlightLODCreator().process(root);
+    expect(hinted->getParent(0) != root, "the hint becomes an LOD");
 
     return failures == 0 ? 0 : 1;
 }
