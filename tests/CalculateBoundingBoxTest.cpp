@@ -255,11 +255,11 @@ TEST(CalculateBoundingBox, AppliesThreeNestedTransformsFromTheOutsideToTheInside
 
 TEST(CalculateBoundingBox, RestoresTheMatrixBehindATransform) {
     osg::ref_ptr<osg::Group> inner = makeGroup(makeTransform(osg::Matrixd::translate(100, 0, 0), makeUnitBox()));
-    inner->addChild(makeUnitBox());
+    inner->addChild(makeBox(0, 50, 0, 1, 51, 1));
     osg::ref_ptr<osg::Group> root = makeGroup(makeTransform(osg::Matrixd::translate(0, 10, 0), inner));
-    root->addChild(makeUnitBox());
+    root->addChild(makeBox(0, -5, 0, 1, -4, 1));
 
-    EXPECT_EQ(measure(root), osg::BoundingBox(0, 0, 0, 101, 11, 1));
+    EXPECT_EQ(measure(root), osg::BoundingBox(0, -5, 0, 101, 61, 1));
 }
 
 TEST(CalculateBoundingBox, IgnoresTheReferenceFrameOfATransform) {

@@ -107,7 +107,9 @@ TEST(TransformAccumulator, LeavesItsObjectsAliveWhenItIsDestroyed) {
 
     EXPECT_EQ(scene->referenceCount(), 1);
     ASSERT_EQ(scene->getNumChildren(), 1u);
-    update(*scene);
+    const osg::Group* attachPoint = scene->getChild(0)->asGroup();
+    EXPECT_EQ(attachPoint->getNumChildren(), 1u);
+    EXPECT_NE(attachPoint->getUpdateCallback(), nullptr);
 }
 
 TEST(TransformAccumulator, HasTheIdentityBeforeTheFirstUpdateTraversal) {

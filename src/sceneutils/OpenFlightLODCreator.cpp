@@ -50,17 +50,14 @@ void replaceBehindItsSiblings(osg::Group& parent, osg::Group& group, osg::LOD& l
 }
 
 /** Hangs the LOD between its child and that child's parent. */
-void assign(const osg::ref_ptr<osg::LOD>& lod) {
-    const osg::ref_ptr<osg::Group> group = lod->getNumChildren() > 0 ? lod->getChild(0)->asGroup() : nullptr;
+void assign(osg::LOD& lod) {
+    const osg::ref_ptr<osg::Group> group = lod.getNumChildren() > 0 ? lod.getChild(0)->asGroup() : nullptr;
     if (!group) return;
 
+    // An LOD that is the first parent itself has its place already, or there is none for it. It must not become its own
+    // child.
     osg::Group* parent = group->getParent(0);
-    if (parent != lod) {
-        replaceBehindItsSiblings(*parent, *group, *lod);
-        return;
-    }
-    // The LOD would become its own child. Either it has its place already, or there is none and nobody else holds it.
-    if (lod->referenceCount() == 1) lod->removeChild(group);
+    if (parent != &lod) replaceBehindItsSiblings(*parent, *group, lod);
 }
 
 }  // namespace
@@ -101,8 +98,8 @@ void OpenFlightLODCreator::apply(osg::Group& group) {
 
 void OpenFlightLODCreator::assignLODs() {
     for (const osg::observer_ptr<osg::LOD>& created : createdLODs) {
-        const osg::ref_ptr<osg::LOD> lod = created.get();
-        if (lod) assign(lod);
+        const osg::ref_ptr<osg::LOD> lod = created.get();  // frees one that has found no place
+        if (lod) assign(*lod);
     }
 }
 
