@@ -3,6 +3,7 @@
 #include <sceneutils/Export.h>
 
 #include <osg/Node>
+#include <osg/PositionAttitudeTransform>
 #include <osg/Program>
 #include <osg/Shader>
 #include <osg/StateSet>
@@ -83,5 +84,12 @@ SCENEUTILS_EXPORT osg::Node* GetDirt(double height, osg::ref_ptr<osg::Texture> c
  * Reports nothing and keeps no state. Must not run while another thread uses the state set.
  */
 SCENEUTILS_EXPORT void makeWireframe(osg::StateSet* stateSet, const osg::Vec4& color, float offset);
+ * Finds the transform by which a part of a model is moved.
+ * @param root the whole graph below it is searched, see FindNodeVisitor; null finds nothing
+ * @param name the whole name, in its own letter case
+ * @return the first node of that name, which belongs to the graph; null if there is none, or if it is no
+ *     osg::PositionAttitudeTransform. Further nodes of the name are deliberately not looked at. Nothing is reported.
+ */
+SCENEUTILS_EXPORT osg::PositionAttitudeTransform* findNamedPAT(osg::Node* root, const std::string& name);
 
 }  // namespace veltrane::sceneutils

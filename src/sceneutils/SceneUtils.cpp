@@ -3,6 +3,8 @@
 #include "ShaderFile.h"
 #include "log/LogChannel.h"
 
+#include <sceneutils/FindNodeVisitor.h>
+
 #include <osgDB/Registry>
 
 namespace veltrane::sceneutils {
@@ -38,6 +40,14 @@ void reloadShader(const std::string& fileName, osg::Shader::Type type, osg::ref_
     osg::ref_ptr<osg::Shader> shader = new osg::Shader(type);
     loadShaderText(*shader, path);
     program->addShader(shader);
+}
+
+osg::PositionAttitudeTransform* findNamedPAT(osg::Node* root, const std::string& name) {
+    if (!root) return nullptr;
+
+    FindNodeVisitor finder(name);
+    root->accept(finder);
+    return dynamic_cast<osg::PositionAttitudeTransform*>(finder.getFirst());
 }
 
 }  // namespace veltrane::sceneutils

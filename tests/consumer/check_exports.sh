@@ -12,7 +12,7 @@ trap 'rm -rf "$work"' EXIT
 
 # The classes and functions that the headers export.
 sed -nE \
-    -e 's/^class SCENEUTILS_EXPORT ([A-Za-z_0-9]+).*/\1/p' \
+    -e 's/^(class|struct) SCENEUTILS_EXPORT ([A-Za-z_0-9]+).*/\2/p' \
     -e 's/^SCENEUTILS_EXPORT [^(]*[ *&]([A-Za-z_0-9]+)\(.*/\1/p' \
     "$header_dir"/*.h | sort -u >"$work/promised"
 

@@ -1,14 +1,18 @@
 // A program of a user of the installed library: nothing but what an installation offers is in its reach.
 
 #include <sceneutils/BubbleUpTransform.h>
+#include <sceneutils/CalculateBoundingBox.h>
 #include <sceneutils/ChangeTextureExtension.h>
 #include <sceneutils/CreatePagedLODVisitor.h>
 #include <sceneutils/Export.h>
+#include <sceneutils/FindNodeVisitor.h>
 #include <sceneutils/ForceTextureFilter.h>
+#include <sceneutils/OpenFlightLODCreator.h>
 #include <sceneutils/SceneUtils.h>
 #include <sceneutils/ShaderGenerator.h>
 #include <sceneutils/StateSetVisitor.h>
 #include <sceneutils/TextureVisitor.h>
+#include <sceneutils/TransformAccumulator.h>
 
 #include <osg/Geode>
 #include <osg/Geometry>
@@ -93,6 +97,25 @@ int main() {
 
     CreatePagedLODVisitor converter(nullptr);
     expect(!converter.convert("no such file.flt", "not written.ive"), "a missing file is not converted");
+
+    FindNodeVisitor finder("wall");
+    model->setName("wall");
+    model->accept(finder);
+    expect(finder.getFirst() == model, "the model is found by its name");
+    expect(!findNamedPAT(model, "wall"), "a geode is no transform");
+
+    expect(CalculateBoundingBox::process(*model).xMax() == 0.5f, "the model is measured");
+
+    osg::ref_ptr<osg::Group> root = new osg::Group;
+    TransformAccumulator accumulator;
+    expect(accumulator.attachToGroup(root), "the attach point is attached");
+    expect(accumulator.getMatrix().isIdentity(), "no matrix is recorded before an update traversal");
+
+    osg::ref_ptr<osg::Group> hinted = new osg::Group;
+    hinted->addDescription("LOD_Transition_Range 10");
+    root->addChild(hinted);
+    OpenFlightLODCreator().process(root);
+    expect(hinted->getParent(0) != root, "the hint becomes an LOD");
 
     return failures == 0 ? 0 : 1;
 }
