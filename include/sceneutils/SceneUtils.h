@@ -84,6 +84,8 @@ SCENEUTILS_EXPORT osg::Node* GetDirt(double height, osg::ref_ptr<osg::Texture> c
  * Reports nothing and keeps no state. Must not run while another thread uses the state set.
  */
 SCENEUTILS_EXPORT void makeWireframe(osg::StateSet* stateSet, const osg::Vec4& color, float offset);
+
+/**
  * Finds the transform by which a part of a model is moved.
  * @param root the whole graph below it is searched, see FindNodeVisitor; null finds nothing
  * @param name the whole name, in its own letter case
