@@ -78,10 +78,12 @@ std::string glString(GLenum name) {
 class OffscreenContext::Egl {
 public:
     Egl(int width, int height) {
+        if (width < 1 || height < 1) throw OffscreenError(withoutPicture(width, height));
         for (EGLDisplay display : displays()) {
             if (open(display, width, height)) return;
         }
-        throw OffscreenError("no driver can draw without a window system: " + _reason);
+        throw OffscreenError("no driver can draw without a window system: " +
+                             (_reason.empty() ? "no display" : _reason));
     }
 
     ~Egl() { close(); }
@@ -105,8 +107,12 @@ private:
         const EGLint size[] = {EGL_WIDTH, width, EGL_HEIGHT, height, EGL_NONE};
         _surface = eglCreatePbufferSurface(display, configuration, size);
         if (_surface == EGL_NO_SURFACE || !makeCurrent() || !canDraw(width, height))
-            return fail("no picture of " + std::to_string(width) + "x" + std::to_string(height) + " pixels");
+            return fail(withoutPicture(width, height));
         return true;
+    }
+
+    static std::string withoutPicture(int width, int height) {
+        return "no picture of " + std::to_string(width) + "x" + std::to_string(height) + " pixels";
     }
 
     static bool canDraw(int width, int height) {
@@ -150,9 +156,7 @@ OffscreenContext::OffscreenContext(int width, int height) : _egl(std::make_uniqu
 
     setState(new osg::State);
     getState()->setGraphicsContext(this);
-    const unsigned int id = createNewContextID();
-    getState()->setContextID(id);
-    incrementContextIDUsageCount(id);  // for ever: the ID is not to be used again
+    getState()->setContextID(createNewContextID());
     realize();
     makeCurrent();
 }
@@ -175,6 +179,8 @@ bool OffscreenContext::isRealizedImplementation() const {
 
 void OffscreenContext::closeImplementation() {
     _egl.reset();
+    // Without its state the context does not hand its ID back: it is not to be used again.
+    setState(nullptr);
 }
 
 bool OffscreenContext::makeCurrentImplementation() {

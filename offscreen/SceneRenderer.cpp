@@ -35,7 +35,6 @@ SceneRenderer::~SceneRenderer() = default;
 
 void SceneRenderer::setScene(osg::Node* scene) {
     _viewer.setSceneData(scene);
-    _viewer.setDatabasePager(_pager);
     setHomeView();
 }
 
@@ -61,13 +60,16 @@ bool SceneRenderer::setHomeView() {
 }
 
 void SceneRenderer::drawFrame() {
+    // A viewer shares what belongs to a scene, the pager too, with other viewers of the same scene.
+    _viewer.setDatabasePager(_pager);
     _pager->beginFrame();
+    // The viewer believes that its context stays current, even when another renderer has drawn meanwhile.
+    _context->makeCurrent();
     _viewer.frame(0.0);
 }
 
 osg::ref_ptr<osg::Image> SceneRenderer::drawPicture() {
     drawFrame();
-    _context->makeCurrent();
     const osg::GraphicsContext::Traits& size = *_context->getTraits();
     osg::ref_ptr<osg::Image> picture = new osg::Image;
     picture->readPixels(0, 0, size.width, size.height, GL_RGBA, GL_UNSIGNED_BYTE);
@@ -75,12 +77,12 @@ osg::ref_ptr<osg::Image> SceneRenderer::drawPicture() {
 }
 
 std::vector<std::string> SceneRenderer::loadTiles() {
-    _pager->setLoading(true);
+    _pager->startLoading();
     do {
         drawFrame();
         _pager->waitForReaders();
     } while (_pager->hasNewRequests());
-    _pager->setLoading(false);
+    _pager->stopLoading();
     return _pager->failures();
 }
 

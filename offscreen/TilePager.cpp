@@ -1,10 +1,57 @@
 #include "TilePager.h"
 
+#include <osgDB/Options>
+#include <osgDB/Registry>
+
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <thread>
 
 namespace veltrane::sceneutils::offscreen {
+
+namespace {
+
+/** Reads with the options that a tile asks for, and turns exceptions of readers into failures. */
+class GuardedReading : public osgDB::ReadFileCallback {
+public:
+    explicit GuardedReading(const osgDB::Options* own) : _own(own) {}
+
+    osgDB::ReaderWriter::ReadResult readNode(const std::string& fileName, const osgDB::Options* options) override {
+        const osg::ref_ptr<osgDB::Options> unguarded = options->cloneOptions();
+        unguarded->setReadFileCallback(_own ? _own->getReadFileCallback() : nullptr);
+        try {
+            return osgDB::Registry::instance()->readNode(fileName, unguarded, false);
+        } catch (const std::exception& error) {
+            return osgDB::ReaderWriter::ReadResult(error.what());
+        }
+    }
+
+private:
+    osg::ref_ptr<const osgDB::Options> _own;
+};
+
+osg::ref_ptr<osgDB::Options> guarded(const osg::Referenced* options) {
+    const auto* asked = dynamic_cast<const osgDB::Options*>(options);
+    const osgDB::Options* own = asked ? asked : osgDB::Registry::instance()->getOptions();
+    osg::ref_ptr<osgDB::Options> guard = own ? own->cloneOptions() : new osgDB::Options;
+    guard->setReadFileCallback(new GuardedReading(own));
+    return guard;
+}
+
+}  // namespace
+
+void TilePager::startLoading() {
+    _failures.clear();
+    _isLoading = true;
+}
+
+// The nodes that tiles were to hang below are not kept longer than needed.
+void TilePager::stopLoading() {
+    _isLoading = false;
+    _requested.clear();
+    _tried.clear();
+}
 
 void TilePager::waitForReaders() const {
     const auto isReading = [this] {
@@ -33,7 +80,7 @@ void TilePager::requestNodeFile(const std::string& fileName, osg::NodePath& node
         return;
     }
     _requested.insert(request);
-    DatabasePager::requestNodeFile(fileName, nodePath, priority, frameStamp, databaseRequest, options);
+    DatabasePager::requestNodeFile(fileName, nodePath, priority, frameStamp, databaseRequest, guarded(options));
 }
 
 }  // namespace veltrane::sceneutils::offscreen

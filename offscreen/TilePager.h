@@ -1,5 +1,7 @@
 #pragma once
 
+#include <osg/Node>
+#include <osg/ref_ptr>
 #include <osgDB/DatabasePager>
 
 #include <set>
@@ -10,15 +12,19 @@
 namespace veltrane::sceneutils::offscreen {
 
 /**
- * OpenSceneGraph's database pager, made so that one can wait for it: it loads nothing before load() is called, it can
- * tell when what was asked for has been tried, and asks only once for a tile that cannot be loaded.
+ * OpenSceneGraph's database pager, made so that one can wait for it: it loads nothing unless told to, it can tell
+ * when what was asked for has been tried, and it asks only once for a tile that cannot be loaded. A reader that throws
+ * an exception has not loaded its tile.
  *
- * OpenSceneGraph's own asks again in each frame, for ever.
+ * OpenSceneGraph's own asks again in each frame, for ever, and such an exception ends the process.
  */
 class TilePager : public osgDB::DatabasePager {
 public:
-    /** Whether tiles are loaded; not if not said. */
-    void setLoading(bool isLoading) { _isLoading = isLoading; }
+    /** Loads tiles from now on. What failed before is forgotten, and tried again. */
+    void startLoading();
+
+    /** Loads no tiles from now on, as at first. */
+    void stopLoading();
 
     /** Waits until each tile that was asked for has been read or given up. What was read hangs in the next frame. */
     void waitForReaders() const;
@@ -41,7 +47,7 @@ protected:
 
 private:
     /** A file and the node that it is to hang below. */
-    using Request = std::pair<std::string, const osg::Node*>;
+    using Request = std::pair<std::string, osg::ref_ptr<const osg::Node>>;
 
     bool _isLoading = false;
     std::set<Request> _requested;
