@@ -25,6 +25,7 @@ using testing_support::countColors;
 using testing_support::differenceOf;
 using testing_support::HillScene;
 using testing_support::makeChecks;
+using testing_support::makeLabel;
 using testing_support::makePainted;
 using testing_support::makeRamp;
 using testing_support::OpenShaderGenerator;
@@ -123,15 +124,6 @@ void setFog(PlateScene& scene, float density) {
     scene.lightFrom(osg::Vec3(0, 0, 1)).setDiffuse(osg::Vec4(0.8f, 0.6f, 0.4f, 1.0f));
     scene.setColor(osg::Vec4(0.0f, 0.0f, 1.0f, 1.0f));
     scene.all.addUniform(new osg::Uniform("fogDensity", density));
-}
-
-osg::ref_ptr<osgText::Text> makeLabel() {
-    osg::ref_ptr<osgText::Text> label = new osgText::Text;
-    label->setText("Label");
-    label->setColor(osg::Vec4(1.0f, 0.6f, 0.2f, 1.0f));
-    label->setCharacterSize(3.0f);
-    label->setAlignment(osgText::Text::CENTER_CENTER);
-    return label;
 }
 
 bool hasPixel(const osg::Image& picture, const Rgb& color) {
@@ -301,22 +293,26 @@ TEST(ShaderFeaturePictures, SunUniformsTakeThePlaceOfTheLightsColors) {
     expectNear(colorUnder(black, black, osg::Vec4(1, 1, 1, 1)), Rgb{0, 0, 0});  // no highlight at that angle
 }
 
-TEST(ShaderFeaturePictures, SunUniformsMakeHighlightsWhereTheSunStandsAboveTheSurface) {
+TEST(ShaderFeaturePictures, SunUniformsMakeSmallHighlightsWhereTheSunStandsAboveTheSurface) {
     ShownPictures shown("feature-sun-highlight");
-    PlateScene scene;
-    scene.lightFrom(osg::Vec3(0, 0, 1));
-    scene.material().setSpecular(osg::Material::FRONT_AND_BACK, osg::Vec4(1, 1, 1, 1));
-    scene.state.addUniform(new osg::Uniform("SunAmbient", osg::Vec4(0, 0, 0, 1)));
-    scene.state.addUniform(new osg::Uniform("SunDiffuse", osg::Vec4(0, 0, 0, 1)));
-    scene.state.addUniform(new osg::Uniform("SunSpecular", osg::Vec4(0.2f, 0.6f, 1.0f, 1.0f)));
+    const auto colorUnderSunAt = [&](float cosine) {
+        PlateScene scene;
+        scene.lightFrom(osg::Vec3(std::sqrt(1.0f - cosine * cosine), 0.0f, cosine));
+        scene.material().setSpecular(osg::Material::FRONT_AND_BACK, osg::Vec4(1, 1, 1, 1));
+        scene.state.addUniform(new osg::Uniform("SunAmbient", osg::Vec4(0, 0, 0, 1)));
+        scene.state.addUniform(new osg::Uniform("SunDiffuse", osg::Vec4(0, 0, 0, 1)));
+        scene.state.addUniform(new osg::Uniform("SunSpecular", osg::Vec4(0.2f, 0.6f, 1.0f, 1.0f)));
+        return centerOf(*draw(scene, {true}, shown));
+    };
 
-    expectNear(centerOf(*draw(scene, {true}, shown)), Rgb{51, 153, 255});
+    expectNear(colorUnderSunAt(1.0f), Rgb{51, 153, 255});
+    expectNear(colorUnderSunAt(0.99f), Rgb{14, 42, 70});  // 0.99 to the power of 128 is 0.276
 }
 
 TEST(ShaderFeaturePictures, TextStaysReadable) {
     ShownPictures shown("feature-text");
     PlateScene scene;
-    scene.geode->setDrawable(0, makeLabel());
+    scene.geode->setDrawable(0, makeLabel(3.0f));
     EXPECT_EQ(testing_support::programName(scene.geode->getDrawable(0)->getStateSet()), "");
 
     const osg::ref_ptr<osg::Image> picture = draw(scene, {}, shown);
@@ -330,7 +326,7 @@ TEST(ShaderFeaturePictures, TextStaysReadable) {
 TEST(ShaderFeaturePictures, TextIsLitWhereTheRunAsksForLighting) {
     ShownPictures shown("feature-text-lit");
     PlateScene scene;
-    scene.geode->setDrawable(0, makeLabel());
+    scene.geode->setDrawable(0, makeLabel(3.0f));
     scene.lightFrom(osg::Vec3(0, 0, 1)).setDiffuse(osg::Vec4(0.0f, 1.0f, 0.0f, 1.0f));
     osg::Material& material = scene.material();
     material.setDiffuse(osg::Material::FRONT_AND_BACK, osg::Vec4(1, 1, 1, 1));

@@ -37,6 +37,7 @@ using testing_support::countColors;
 using testing_support::differenceOf;
 using testing_support::HillScene;
 using testing_support::makeChecks;
+using testing_support::makeLabel;
 using testing_support::makeRamp;
 using testing_support::OpenShaderGenerator;
 using testing_support::partOtherThan;
@@ -149,16 +150,6 @@ void setFog(HillScene& scene, osg::Fog::Mode mode, const osg::Vec4& color) {
     scene.state.setTextureAttributeAndModes(0, makeChecks());
 }
 
-osg::ref_ptr<osgText::Text> makeLabel() {
-    osg::ref_ptr<osgText::Text> text = new osgText::Text;
-    text->setText("Label");
-    text->setColor(osg::Vec4(1.0f, 0.6f, 0.1f, 1.0f));
-    text->setCharacterSize(4.0f);
-    text->setAlignment(osgText::Text::CENTER_CENTER);
-    text->setPosition(osg::Vec3(0.0f, 0.0f, 2.0f));
-    return text;
-}
-
 }  // namespace
 
 TEST(ShaderFidelity, TexturedSurfacesAreTheSame) {
@@ -229,7 +220,7 @@ TEST(ShaderFidelity, BlendedTexturesAreTheSame) {
 
 TEST(ShaderFidelity, TextIsTheSame) {
     expectSame(compare("text", unlit, [](HillScene& scene) {
-        const osg::ref_ptr<osgText::Text> label = makeLabel();
+        const osg::ref_ptr<osgText::Text> label = makeLabel(4.0f, osg::Vec3(0, 0, 2));
         osg::StateSet& plain = *(new osg::StateSet);
         label->setStateSet(&plain);
         plain.setMode(GL_BLEND, osg::StateAttribute::ON);
@@ -244,8 +235,7 @@ TEST(ShaderFidelity, TextIsTheSameAsWithOpenSceneGraphsOwnProgram) {
     Way way = unlit;
     way.programsBefore = 1;
     expectSame(compare("text-own-program", way, [](HillScene& scene) {
-        const osg::ref_ptr<osgText::Text> label = makeLabel();
-        label->setStateSet(new osg::StateSet(*label->getStateSet()));  // the one that texts share is to stay as it is
+        const osg::ref_ptr<osgText::Text> label = makeLabel(4.0f, osg::Vec3(0, 0, 2));
         scene.geode->addDrawable(label);
         colorVertices(*scene.hills);
     }));

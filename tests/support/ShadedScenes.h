@@ -10,6 +10,8 @@
 #include <osg/LightSource>
 #include <osg/Material>
 #include <osg/Texture2D>
+#include <osgText/Font>
+#include <osgText/Text>
 
 #include <cmath>
 #include <functional>
@@ -109,6 +111,18 @@ inline osg::ref_ptr<osg::Texture2D> makeChecks() {
 /** From dark to light. */
 inline osg::ref_ptr<osg::Texture2D> makeRamp() {
     return makePainted([](const osg::Vec2& p) { return osg::Vec4(p.x(), 1.0f, p.y(), 1.0f); });
+}
+
+/** An orange text with a state set of its own: texts of one font share theirs, even with those of earlier tests. */
+inline osg::ref_ptr<osgText::Text> makeLabel(float characterSize, const osg::Vec3& position = osg::Vec3()) {
+    osgText::Font::getDefaultFont()->getCachedStateSets().clear();
+    osg::ref_ptr<osgText::Text> label = new osgText::Text;
+    label->setText("Label");
+    label->setColor(osg::Vec4(1.0f, 0.6f, 0.2f, 1.0f));
+    label->setCharacterSize(characterSize);
+    label->setAlignment(osgText::Text::CENTER_CENTER);
+    label->setPosition(position);
+    return label;
 }
 
 inline HillScene::HillScene() : hills(makeHills()) {
