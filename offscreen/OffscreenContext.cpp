@@ -1,5 +1,6 @@
 #include "OffscreenContext.h"
 
+#include <osg/Notify>
 #include <osg/State>
 
 #include <algorithm>
@@ -65,6 +66,16 @@ std::vector<EGLDisplay> displays() {
     for (const EGLDeviceEXT device : devices()) found.push_back(getDisplay(EGL_PLATFORM_DEVICE_EXT, device, nullptr));
     found.push_back(getDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr));
     return found;
+}
+
+/** A context ID that no other context had or will have. */
+unsigned int newContextID() {
+    const osg::NotifySeverity level = osg::getNotifyLevel();
+    osg::setNotifyLevel(osg::WARN);  // OpenSceneGraph would print the count
+    const unsigned int id = osg::GraphicsContext::createNewContextID();
+    osg::GraphicsContext::incrementContextIDUsageCount(id);
+    osg::setNotifyLevel(level);
+    return id;
 }
 
 std::string glString(GLenum name) {
@@ -150,9 +161,7 @@ OffscreenContext::OffscreenContext(int width, int height) : _egl(std::make_uniqu
 
     setState(new osg::State);
     getState()->setGraphicsContext(this);
-    const unsigned int id = createNewContextID();
-    getState()->setContextID(id);
-    incrementContextIDUsageCount(id);  // for ever: the ID is not to be used again
+    getState()->setContextID(newContextID());
     realize();
     makeCurrent();
 }

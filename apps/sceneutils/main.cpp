@@ -34,6 +34,7 @@ int main(int argc, char** argv) {
     ExitStatus result = ExitStatus::Done;
     addConvertCommand(app, result);
     addSampleCommand(app, result);
+    addShadersCommand(app, result);
 
     try {
         app.parse(argc, argv);
