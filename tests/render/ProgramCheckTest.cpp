@@ -124,9 +124,22 @@ TEST(ProgramCheck, SaysTheSameAgainAndInAnotherContext) {
     EXPECT_EQ(checkPrograms(*makeContext(), {program}).at(0).log, first.at(0).log);
 }
 
+TEST(ProgramCheck, TakesNothingFromAContextThatHasEnded) {
+    const auto program = makeProgram("fine", good);
+    osg::ref_ptr<OffscreenContext> context = makeContext();
+    const unsigned int id = context->getState()->getContextID();
+    checkPrograms(*context, {program});
+    context = nullptr;
+    context = makeContext();
+
+    EXPECT_NE(context->getState()->getContextID(), id);
+    EXPECT_THAT(checkPrograms(*context, {program}), IsEmpty());
+    EXPECT_TRUE(program->getPCP(*context->getState())->isLinked());
+}
+
 TEST(ProgramCheck, MakesItsContextCurrent) {
     const auto context = makeContext();
-    const auto other = makeContext();
+    context->releaseContext();
 
     EXPECT_THAT(checkPrograms(*context, {makeProgram("fine", good)}), IsEmpty());
     EXPECT_THAT(namesOf(checkPrograms(*context, {makeProgram("bad", callsNothing)})), ElementsAre("bad"));
