@@ -36,5 +36,6 @@ private:
 void addConvertCommand(CLI::App& app, ExitStatus& result);
 void addRenderCommand(CLI::App& app, ExitStatus& result);
 void addSampleCommand(CLI::App& app, ExitStatus& result);
+void addShadersCommand(CLI::App& app, ExitStatus& result);
 
 }  // namespace veltrane::sceneutils::tool

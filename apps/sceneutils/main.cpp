@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
     addConvertCommand(app, result);
     addRenderCommand(app, result);
     addSampleCommand(app, result);
+    addShadersCommand(app, result);
 
     try {
         app.parse(argc, argv);
