@@ -11,7 +11,7 @@ namespace veltrane::sceneutils::tool {
 
 namespace {
 
-extern "C" void endOnSignal(int) {
+extern "C" void removeAndEnd(int) {
     constexpr char message[] = "sceneutils: interrupted\n";
     removeUnfinishedFile();
     if (write(STDERR_FILENO, message, sizeof message - 1) < 0) {
@@ -23,7 +23,7 @@ extern "C" void endOnSignal(int) {
 }  // namespace
 
 void endCleanlyOnSignals() {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, endOnSignal);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, removeAndEnd);
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
