@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include <osg/MatrixTransform>
 #include <osg/PagedLOD>
 #include <osg/Program>
 #include <osg/ShapeDrawable>
@@ -106,18 +107,6 @@ public:
         throw std::length_error("damaged");
     }
 };
-
-/** A ball that is all of its bounding sphere. */
-osg::ref_ptr<osg::Node> makeBoundedBall(const osg::BoundingSphere& ball) {
-    struct Bound : osg::Node::ComputeBoundingSphereCallback {
-        explicit Bound(const osg::BoundingSphere& sphere) : bound(sphere) {}
-        osg::BoundingSphere computeBound(const osg::Node&) const override { return bound; }
-        osg::BoundingSphere bound;
-    };
-    osg::ref_ptr<osg::Geode> geode = makeGeode(new osg::ShapeDrawable(new osg::Sphere(ball.center(), ball.radius())));
-    geode->setComputeBoundingSphereCallback(new Bound(ball));
-    return geode;
-}
 
 void lookDown(SceneRenderer& renderer, double height) {
     renderer.setView(osg::Vec3d(0.0, 0.0, height), osg::Vec3d());
@@ -291,23 +280,49 @@ TEST(SceneRenderer, LooksFromTheSideWithZUp) {
     EXPECT_EQ(pixelAt(*picture, 50, 20), background);
 }
 
-TEST(SceneRenderer, EnclosesTheBoundingSphereInTheHomeView) {
-    for (const auto& [width, height] : {std::pair(200, 200), std::pair(300, 100), std::pair(100, 300)}) {
-        SceneRenderer renderer(width, height);
-        renderer.setScene(makeBoundedBall(osg::BoundingSphere(osg::Vec3(1000.0f, -2000.0f, 300.0f), 7.0f)));
+/** How far from the middle of the picture the box reaches: 1 is its edge. */
+double reachOf(SceneRenderer& renderer, const osg::BoundingBox& box) {
+    const osg::Camera& camera = *renderer.viewer().getCamera();
+    double reach = 0.0;
+    for (unsigned int i = 0; i < 8; ++i) {
+        const osg::Vec3d seen = osg::Vec3d(box.corner(i)) * camera.getViewMatrix() * camera.getProjectionMatrix();
+        reach = std::max({reach, std::abs(seen.x()), std::abs(seen.y())});
+    }
+    return reach;
+}
 
-        const osg::ref_ptr<osg::Image> picture = renderer.drawPicture();
+TEST(SceneRenderer, FillsThePictureWithTheBoundingBoxInTheHomeView) {
+    const osg::Vec3 corner(1000.0f, -2000.0f, 300.0f);
+    for (const osg::Vec3& extent :
+         {osg::Vec3(7, 7, 7), osg::Vec3(100, 1, 1), osg::Vec3(1, 100, 1), osg::Vec3(1, 1, 90)}) {
+        const osg::ref_ptr<osg::MatrixTransform> scene = new osg::MatrixTransform(osg::Matrix::translate(corner));
+        scene->addChild(
+            makeGeode(new osg::ShapeDrawable(new osg::Box(extent / 2.0f, extent.x(), extent.y(), extent.z()))));
+        for (const auto& [width, height] : {std::pair(200, 200), std::pair(300, 100), std::pair(100, 300)}) {
+            SceneRenderer renderer(width, height);
+            renderer.setScene(scene);
 
-        const int half = std::min(width, height) / 2;
-        const auto isDrawn = [&](int right, int up) {
-            return pixelAt(*picture, width / 2 + right, height / 2 + up) != background;
-        };
-        const int margin = half / 8;
-        for (const auto& [right, up] : {std::pair(1, 0), std::pair(-1, 0), std::pair(0, 1), std::pair(0, -1)}) {
-            EXPECT_TRUE(isDrawn(right * (half - margin), up * (half - margin))) << width << " " << right << " " << up;
-            EXPECT_FALSE(isDrawn(right * (half - 1), up * (half - 1))) << width << " " << right << " " << up;
+            const double reach = reachOf(renderer, osg::BoundingBox(corner, corner + extent));
+
+            EXPECT_LT(reach, 1.0) << extent.x() << " " << extent.y() << " " << width;
+            EXPECT_GT(reach, 0.9) << extent.x() << " " << extent.y() << " " << width;
         }
     }
+}
+
+TEST(SceneRenderer, SeesTilesThatAreNotLoadedInTheHomeView) {
+    const osg::ref_ptr<osg::PagedLOD> paged = new osg::PagedLOD;
+    paged->setCenter(osg::Vec3(500.0f, 0.0f, 0.0f));
+    paged->setRadius(10.0f);
+    paged->setFileName(0, "tile.osgb");
+    paged->setRange(0, 0.0f, 1e6f);
+    SceneRenderer renderer(size, size);
+    renderer.setScene(paged);
+
+    const double reach = reachOf(renderer, osg::BoundingBox(490, -10, -10, 510, 10, 10));
+
+    EXPECT_LT(reach, 1.0);
+    EXPECT_GT(reach, 0.9);
 }
 
 TEST(SceneRenderer, LooksFromTheSouthInTheHomeView) {
@@ -315,14 +330,34 @@ TEST(SceneRenderer, LooksFromTheSouthInTheHomeView) {
     renderer.setScene(makePlate(red));
     osg::Vec3d eye, target, up;
     renderer.viewer().getCamera()->getViewMatrixAsLookAt(eye, target, up);
-
-    const double radius = std::sqrt(200.0);
-    const double distance = 1.05 * radius / std::sin(osg::DegreesToRadians(15.0));
+    const double distance = eye.length();
 
     EXPECT_NEAR(eye.x(), 0.0, 1e-6);
     EXPECT_NEAR(eye.y(), -distance * std::sqrt(0.75), 1e-4);
     EXPECT_NEAR(eye.z(), distance / 2.0, 1e-4);
     EXPECT_NEAR((target - eye) * eye / distance, -1.0, 1e-6);  // at the centre
+}
+
+TEST(SceneRenderer, PutsTheSunInTheSouthWestAndLightsWithIt) {
+    const osg::ref_ptr<osg::Group> scene = new osg::Group;
+    scene->addChild(makeGeode(new osg::ShapeDrawable(new osg::Box(osg::Vec3(), 10.0f))));
+    SceneRenderer renderer(size, size);
+    renderer.setScene(scene);
+    renderer.setSunlight();
+    const auto brightnessFrom = [&](const osg::Vec3d& eye) {
+        renderer.setView(eye, osg::Vec3d());
+        return pixelAt(*renderer.drawPicture(), size / 2, size / 2)[0];
+    };
+
+    const int south = brightnessFrom(osg::Vec3d(0, -30, 0));
+    const int west = brightnessFrom(osg::Vec3d(-30, 0, 0));
+    const int above = brightnessFrom(osg::Vec3d(0, 0, 30));
+    const int north = brightnessFrom(osg::Vec3d(0, 30, 0));
+
+    EXPECT_GT(above, south);
+    EXPECT_GT(south, west);
+    EXPECT_GT(west, north);
+    EXPECT_EQ(north, brightnessFrom(osg::Vec3d(30, 0, 0)));
 }
 
 TEST(SceneRenderer, KeepsTheViewOfAnythingWithoutExtent) {
