@@ -257,7 +257,7 @@ TEST(RenderCommand, WantsAPictureOrFramesToTime) {
 
 TEST(RenderCommand, RefusesAnEmptyGraphWithoutAViewAndDrawsItWithOne) {
     const Scene scene;
-    osgDB::writeNodeFile(*new osg::Group, scene.file());
+    osgDB::writeNodeFile(*osg::ref_ptr<osg::Group>(new osg::Group), scene.file());
 
     const ToolResult refused = scene.render({});
     EXPECT_EQ(refused.status, 3);
