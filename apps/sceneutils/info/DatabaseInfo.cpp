@@ -20,16 +20,18 @@ namespace {
 
 constexpr const char* flightEnding = ".flt";
 
-/** Takes note of the images that plug-ins ask for while it lives: some leave no trace in the graph of those that are
- * missing. */
-class ImageRequests {
+/**
+ * Takes note of the images that plug-ins ask for while it lives: some leave no trace in the graph of those that are
+ * missing. Keeps plug-ins from reading the files that a graph refers to: some do whatever the options say.
+ */
+class ReadRequests {
 public:
-    ImageRequests() : _before(osgDB::Registry::instance()->getReadFileCallback()) {
+    ReadRequests() : _before(osgDB::Registry::instance()->getReadFileCallback()) {
         osgDB::Registry::instance()->setReadFileCallback(_callback);
     }
-    ~ImageRequests() { osgDB::Registry::instance()->setReadFileCallback(_before); }
-    ImageRequests(const ImageRequests&) = delete;
-    ImageRequests& operator=(const ImageRequests&) = delete;
+    ~ReadRequests() { osgDB::Registry::instance()->setReadFileCallback(_before); }
+    ReadRequests(const ReadRequests&) = delete;
+    ReadRequests& operator=(const ReadRequests&) = delete;
 
     std::set<const osg::Image*> read() const {
         std::set<const osg::Image*> images;
@@ -40,6 +42,13 @@ public:
 
 private:
     struct Callback : osgDB::ReadFileCallback {
+        ReaderWriter::ReadResult readNode(const std::string& name, const osgDB::Options* options) override {
+            // A name that the outermost one begins with is that file itself, read by way of a pseudo plug-in.
+            const bool isReference = !outermost.empty() && outermost.rfind(name, 0) != 0;
+            if (isReference) return ReaderWriter::ReadResult(nullptr, ReaderWriter::ReadResult::FILE_LOADED);
+            if (outermost.empty()) outermost = name;
+            return osgDB::ReadFileCallback::readNode(name, options);
+        }
         ReaderWriter::ReadResult readImage(const std::string& name, const osgDB::Options* options) override {
             ReaderWriter::ReadResult result = osgDB::ReadFileCallback::readImage(name, options);
             if (result.validImage()) {
@@ -51,6 +60,7 @@ private:
         }
         std::set<osg::ref_ptr<osg::Image>> read;
         std::set<std::string> missing;
+        std::string outermost;
     };
 
     osg::ref_ptr<osgDB::ReadFileCallback> _before;
@@ -115,7 +125,7 @@ private:
     }
 
     void read(const fs::path& path, const std::string& namedBy, osg::Referenced* palettes) {
-        const ImageRequests requests;
+        const ReadRequests requests;
         const osg::ref_ptr<osg::Node> graph = readGraph(path, References::Leave, palettes);
         FileInfo file = {path.string(), namedBy, "", inspect(*graph, requests.read())};
         std::set<std::string> missing = texturesNotFound(path);
