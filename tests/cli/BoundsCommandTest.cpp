@@ -203,6 +203,22 @@ TEST(BoundsCommand, NamesWhatOnlyANodeMaskHides) {
     EXPECT_EQ(differencesWith(hidden), json::array());
 }
 
+TEST(BoundsCommand, NamesWhatIsHiddenBelowAMultiSwitch) {
+    const auto hidden = named(new osg::Group, "hidden", makeGround(20.0f));
+    hidden->setNodeMask(0);
+
+    EXPECT_EQ(differencesWith(multiSwitch("switch", hidden)), difference("masked", {{"world", "switch", "hidden"}}));
+}
+
+TEST(BoundsCommand, DoesNotNameWhatBothLeaveOut) {
+    const auto hidden = named(new osg::Group, "hidden", makeGround(50.0f));
+    hidden->setNodeMask(0);
+    const auto both = named(new osg::Group, "both", hidden);
+    both->addChild(moved("far", 10, makeGround(2.0f)));
+
+    EXPECT_EQ(differencesWith(both), difference("transformNotFollowed", {{"world", "both", "far"}}));
+}
+
 TEST(BoundsCommand, FollowsEveryWayToASharedNode) {
     const auto shared = named(new osg::Group, "shared", makeGround(2.0f));
     const osg::ref_ptr<osg::Group> both = named(new osg::Group, "both", transform(aside, "good", shared));

@@ -103,7 +103,7 @@ TEST(InfoCommand, CountsTrianglesByPrimitiveModeAndOtherPrimitives) {
                                                         {GL_QUADS, 8},
                                                         {GL_QUAD_STRIP, 8},
                                                         {GL_POLYGON, 7},
-                                                        {GL_POLYGON, 2}})));
+                                                        {GL_POLYGON, 1}})));
 
     const auto count = [](int primitives, int triangles) {
         return json({{"primitives", primitives}, {"triangles", triangles}});
@@ -300,8 +300,10 @@ TEST(InfoCommand, LeavesReferencesAloneThatOpenSceneGraphWouldLoad) {
     const TemporaryDirectory folder;
     osgDB::writeNodeFile(*makeReference("b.osgb"), folder / "a.osgb");
     osgDB::writeNodeFile(*makeReference("a.osgb"), folder / "b.osgb");
+    osgDB::writeNodeFile(*makeReference("self.osgb"), folder / "self.osgb");
 
     EXPECT_EQ(jsonOf({"info", folder / "a.osgb"})["files"][0]["nodes"], 1);
+    EXPECT_EQ(jsonOf({"info", "--recurse", folder / "self.osgb"})["files"].size(), 1u);
     EXPECT_THAT(filesIn(jsonOf({"info", "--recurse", folder / "a.osgb"}), folder), ElementsAre("a.osgb", "b.osgb"));
     EXPECT_EQ(runTool({"info", "--recurse", folder / "a.osgb"}).errors, "");
 }

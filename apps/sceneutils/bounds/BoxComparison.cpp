@@ -43,15 +43,10 @@ bool areEqual(const osg::BoundingBox& a, const osg::BoundingBox& b) {
 struct WholeBoxes {
     osg::BoundingBox real;
     osg::BoundingBox calculated;
-    bool hasEmptyGeode = false;
 
     void add(const BoxPiece& piece) {
         real.expandBy(piece.realBox());
-        if (piece.isEmptyGeode()) {
-            hasEmptyGeode = true;
-        } else {
-            calculated.expandBy(piece.calculatedBox());
-        }
+        calculated.expandBy(piece.calculatedBox());
     }
 };
 

@@ -44,9 +44,10 @@ private:
     struct Callback : osgDB::ReadFileCallback {
         ReaderWriter::ReadResult readNode(const std::string& name, const osgDB::Options* options) override {
             // A name that the outermost one begins with is that file itself, read by way of a pseudo plug-in.
-            const bool isReference = !outermost.empty() && outermost.rfind(name, 0) != 0;
-            if (isReference) return ReaderWriter::ReadResult(nullptr, ReaderWriter::ReadResult::FILE_LOADED);
-            if (outermost.empty()) outermost = name;
+            const bool isPartOfIt = name.size() < outermost.size() && outermost.rfind(name, 0) == 0;
+            if (!outermost.empty() && !isPartOfIt)
+                return ReaderWriter::ReadResult(nullptr, ReaderWriter::ReadResult::FILE_LOADED);
+            outermost = name;
             return osgDB::ReadFileCallback::readNode(name, options);
         }
         ReaderWriter::ReadResult readImage(const std::string& name, const osgDB::Options* options) override {
