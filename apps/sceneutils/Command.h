@@ -33,7 +33,11 @@ private:
 // Each command has a source of its own that adds it to the command line. What it was told to do runs when the command
 // line has been read; `result` takes the status it ends with.
 
+void addBoundsCommand(CLI::App& app, ExitStatus& result);
 void addConvertCommand(CLI::App& app, ExitStatus& result);
+void addFindCommand(CLI::App& app, ExitStatus& result);
+void addInfoCommand(CLI::App& app, ExitStatus& result);
+void addLodsCommand(CLI::App& app, ExitStatus& result);
 void addRenderCommand(CLI::App& app, ExitStatus& result);
 void addSampleCommand(CLI::App& app, ExitStatus& result);
 void addShadersCommand(CLI::App& app, ExitStatus& result);

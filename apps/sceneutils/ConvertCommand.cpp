@@ -4,6 +4,7 @@
 #include "convert/ConversionPlan.h"
 #include "convert/ConversionReport.h"
 #include "convert/DatabaseConversion.h"
+#include "files/PlainText.h"
 #include "files/WholeFile.h"
 
 #include <CLI/CLI.hpp>
@@ -47,13 +48,6 @@ std::string checkRange(const std::string& text) {
     float range = 0.0f;
     const bool isGood = CLI::detail::lexical_cast(text, range) && std::isfinite(range) && range >= 0.0f;
     return isGood ? std::string() : "'" + text + "' is no number of at least 0";
-}
-
-// A name from a damaged file can hold anything; one problem is one line, and a terminal is not to be steered by it.
-std::string withoutControlCharacters(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return text;
 }
 
 /** Tells what fails as soon as it does, and on a terminal how far the conversion has come. */

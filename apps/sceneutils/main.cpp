@@ -1,5 +1,7 @@
 #include "Command.h"
 
+#include "files/PlainText.h"
+
 #include <CLI/CLI.hpp>
 
 #include <osg/Notify>
@@ -16,7 +18,7 @@ int end(ExitStatus status) {
 }
 
 int fail(ExitStatus status, const std::string& message) {
-    std::cerr << "sceneutils: " << message << "\n";
+    std::cerr << "sceneutils: " << withoutControlCharacters(message) << "\n";
     return end(status);
 }
 
@@ -37,7 +39,11 @@ int main(int argc, char** argv) {
         osg::WARN);  // what OpenSceneGraph says below that goes to standard output, which is for results
 
     ExitStatus result = ExitStatus::Done;
+    addBoundsCommand(app, result);
     addConvertCommand(app, result);
+    addFindCommand(app, result);
+    addInfoCommand(app, result);
+    addLodsCommand(app, result);
     addRenderCommand(app, result);
     addSampleCommand(app, result);
     addShadersCommand(app, result);

@@ -4,6 +4,7 @@
 #include "FlightReferences.h"
 #include "OsgMessages.h"
 #include "OutputFormat.h"
+#include "PlainText.h"
 #include "PortableNames.h"
 
 #include <osgDB/FileNameUtils>
@@ -67,10 +68,11 @@ std::string reasonOf(ReaderWriter::ReadResult& result, const fs::path& path) {
 
 }  // namespace
 
-osg::ref_ptr<osg::Node> readGraph(const fs::path& path, References references) {
+osg::ref_ptr<osg::Node> readGraph(const fs::path& path, References references, osg::Referenced* parentPalettes) {
     checkInput(path);
     checkFlightFiles(path, references);
     const osg::ref_ptr<osgDB::Options> options = new osgDB::Options;
+    options->setUserData(parentPalettes);
     if (references == References::Leave)
         options->setOptionString("keepExternalReferences noLoadExternalReferenceFiles");
 
@@ -79,7 +81,7 @@ osg::ref_ptr<osg::Node> readGraph(const fs::path& path, References references) {
     ReaderWriter::ReadResult result = readCatching(path, options);
     if (!result.validNode()) failToRead(path, reasonOf(result, path));
     for (const std::string& line : messages.lines())
-        std::cerr << "sceneutils: " << path.string() << ": " << line << "\n";
+        std::cerr << "sceneutils: " << path.string() << ": " << withoutControlCharacters(line) << "\n";
     resolveImageNames(*result.getNode(), path.parent_path());
     return result.getNode();
 }

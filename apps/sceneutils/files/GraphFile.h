@@ -14,10 +14,12 @@ enum class References { Load, Leave };
 /**
  * Reads a graph of any format that OpenSceneGraph reads. What OpenSceneGraph has to tell meanwhile (textures that are
  * missing, for example) goes to standard error.
+ * @param parentPalettes of an OpenFlight file that another one refers to: the user data of the reference; may be null
  * @throws CommandError with InputUnreadable and one line that names the file and the reason: there is none, it is a
  *     folder, nothing reads this format, it is damaged, or, of an OpenFlight file, it was cut short
  */
-osg::ref_ptr<osg::Node> readGraph(const std::filesystem::path& path, References references = References::Load);
+osg::ref_ptr<osg::Node> readGraph(const std::filesystem::path& path, References references = References::Load,
+                                  osg::Referenced* parentPalettes = nullptr);
 
 /**
  * Writes a graph, whole or not at all, in the format that the name's ending says. Missing folders are made. Before a
