@@ -34,6 +34,7 @@ private:
 // line has been read; `result` takes the status it ends with.
 
 void addConvertCommand(CLI::App& app, ExitStatus& result);
+void addRecentreCommand(CLI::App& app, ExitStatus& result);
 void addRenderCommand(CLI::App& app, ExitStatus& result);
 void addSampleCommand(CLI::App& app, ExitStatus& result);
 

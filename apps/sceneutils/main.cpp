@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
 
     ExitStatus result = ExitStatus::Done;
     addConvertCommand(app, result);
+    addRecentreCommand(app, result);
     addRenderCommand(app, result);
     addSampleCommand(app, result);
 
