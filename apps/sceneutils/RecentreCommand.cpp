@@ -33,8 +33,8 @@ void writeReport(const Request& request, const Recentring& done) {
     text.precision(singlePrecisionDigits);
     text << request.output << ": ";
     if (done.reasonNotMoved.empty()) {
-        text << "moved by " << -done.offset.x() << "," << -done.offset.y() << "," << -done.offset.z()
-             << ", below a transform that puts it back\n";
+        text << "moved from " << done.offset.x() << "," << done.offset.y() << "," << done.offset.z()
+             << " to the origin, below a transform that puts it back\n";
     } else {
         text << "not moved: " << done.reasonNotMoved << "\n";
     }

@@ -213,8 +213,6 @@ private:
     void lookAtBillboard(osg::Billboard& billboard) {
         lookAtState(billboard);
         noteMoved(billboard);
-        if (billboard.getNumChildren() > billboard.getPositionList().size())
-            report("has a drawable without a position");
         for (unsigned int i = 0; i < billboard.getNumDrawables(); ++i) {
             osg::Drawable* drawable = billboard.getDrawable(i);
             if (!drawable) continue;

@@ -12,7 +12,7 @@ std::string nameOf(const osg::NodePath& path) {
     const auto named =
         std::find_if(path.rbegin(), path.rend(), [](const osg::Node* above) { return !above->getName().empty(); });
     const std::string place = named == path.rend() ? "" : " below '" + (*named)->getName() + "'";
-    return "a node without a name" + place + " (" + className + ")";
+    return className + " without a name" + place;
 }
 
 }  // namespace veltrane::sceneutils::tool

@@ -226,6 +226,7 @@ Recentring recentre(const osg::ref_ptr<osg::Node>& graph, const RecentreOptions&
     result.reasonNotMoved = whyNotMoved(*root, options);
     if (!result.reasonNotMoved.empty()) return result;
 
+    if (!root->getBound().center().valid()) throw RecentreError("the sphere around it is no number");
     const GraphSurvey found = survey(*root, lightPoints);
     refuseProblems(found);
     const WorldPositions before(*root);

@@ -19,6 +19,7 @@ namespace veltrane::sceneutils::tool {
 
 namespace {
 
+constexpr int shownDigits = 13;
 const double singleRounding = std::ldexp(1.0, -24);
 const double doubleRounding = std::ldexp(1.0, -45);
 
@@ -169,6 +170,7 @@ private:
         for (int i = 0; i < 3; ++i) {
             if (difference[i] <= rounding[i]) continue;  // a coordinate that is no number is not within
             std::ostringstream text;
+            text.precision(shownDigits);
             text << "was at " << before.x() << "," << before.y() << "," << before.z() << " and would be at " << now.x()
                  << "," << now.y() << "," << now.z();
             return displace(text.str());
