@@ -1,3 +1,5 @@
+#include <sceneutils/CalculateBoundingBox.h>
+#include <sceneutils/FindNodeVisitor.h>
 #include <sceneutils/ForceTextureFilter.h>
 #include <sceneutils/StateSetVisitor.h>
 
@@ -7,6 +9,7 @@
 #include <osg/Geometry>
 #include <osg/Group>
 #include <osg/Material>
+#include <osg/MatrixTransform>
 #include <osg/Texture2D>
 
 #include <string>
@@ -58,6 +61,31 @@ osg::ref_ptr<osg::Group> makeGraph(int nodes) {
     return root;
 }
 
+/** That many geodes with a drawable each, ten below a matrix transform; every node has a name. */
+osg::ref_ptr<osg::Group> makeModels(int geodes) {
+    const osg::ref_ptr<osg::Group> root = new osg::Group;
+    osg::ref_ptr<osg::MatrixTransform> transform;
+    for (int i = 0; i < geodes; ++i) {
+        if (i % childrenPerGroup == 0) {
+            transform = new osg::MatrixTransform(osg::Matrix::translate(i, 0.0, 0.0));
+            transform->setName("transform " + std::to_string(i));
+            root->addChild(transform);
+        }
+        const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+        geode->setName("model number " + std::to_string(i));
+        geode->addDrawable(osg::createTexturedQuadGeometry(osg::Vec3(), osg::X_AXIS, osg::Y_AXIS));
+        transform->addChild(geode);
+    }
+    root->getBound();  // of all drawables too, so that nothing is left to be computed
+    return root;
+}
+
+/** Walks over everything and does nothing: what any visitor costs. */
+class BareVisitor : public osg::NodeVisitor {
+public:
+    BareVisitor() : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN) {}
+};
+
 class StateSetCounter : public StateSetVisitor {
 public:
     using StateSetVisitor::apply;
@@ -90,12 +118,44 @@ void forceTextureFilter(benchmark::State& state) {
     reportNodes(state);
 }
 
+void bareTraversalOfModels(benchmark::State& state) {
+    const osg::ref_ptr<osg::Group> models = makeModels(static_cast<int>(state.range(0)));
+    for ([[maybe_unused]] auto _ : state) {
+        BareVisitor visitor;
+        models->accept(visitor);
+    }
+    reportNodes(state);
+}
+
+void calculateBoundingBox(benchmark::State& state) {
+    const osg::ref_ptr<osg::Group> models = makeModels(static_cast<int>(state.range(0)));
+    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(CalculateBoundingBox::process(*models));
+    reportNodes(state);
+}
+
+void findNodeVisitor(benchmark::State& state) {
+    const osg::ref_ptr<osg::Group> models = makeModels(static_cast<int>(state.range(0)));
+    for ([[maybe_unused]] auto _ : state) {
+        FindNodeVisitor visitor("model number 7");
+        models->accept(visitor);
+        benchmark::DoNotOptimize(visitor.getFirst());
+    }
+    reportNodes(state);
+}
+
+void overGrowingModels(benchmark::internal::Benchmark* benchmark) {
+    benchmark->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+}
+
 void overGrowingGraphs(benchmark::internal::Benchmark* benchmark) {
     benchmark->RangeMultiplier(10)->Range(10, 10000)->Unit(benchmark::kMicrosecond)->Complexity();
 }
 
 BENCHMARK(stateSetVisitor)->Apply(overGrowingGraphs);
 BENCHMARK(forceTextureFilter)->Apply(overGrowingGraphs);
+BENCHMARK(bareTraversalOfModels)->Apply(overGrowingModels);
+BENCHMARK(calculateBoundingBox)->Apply(overGrowingModels);
+BENCHMARK(findNodeVisitor)->Apply(overGrowingModels);
 
 /** As the other benchmarks do, this one takes "--csv FILE". */
 std::vector<std::string> translate(int argc, char** argv) {

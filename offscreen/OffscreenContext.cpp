@@ -1,6 +1,5 @@
 #include "OffscreenContext.h"
 
-#include <osg/Notify>
 #include <osg/State>
 
 #include <algorithm>
@@ -68,16 +67,6 @@ std::vector<EGLDisplay> displays() {
     return found;
 }
 
-/** A context ID that no other context had or will have. */
-unsigned int newContextID() {
-    const osg::NotifySeverity level = osg::getNotifyLevel();
-    osg::setNotifyLevel(osg::WARN);  // OpenSceneGraph would print the count
-    const unsigned int id = osg::GraphicsContext::createNewContextID();
-    osg::GraphicsContext::incrementContextIDUsageCount(id);
-    osg::setNotifyLevel(level);
-    return id;
-}
-
 std::string glString(GLenum name) {
     const auto* text = reinterpret_cast<const char*>(glGetString(name));
     return text ? text : "";
@@ -89,10 +78,12 @@ std::string glString(GLenum name) {
 class OffscreenContext::Egl {
 public:
     Egl(int width, int height) {
+        if (width < 1 || height < 1) throw OffscreenError(withoutPicture(width, height));
         for (EGLDisplay display : displays()) {
             if (open(display, width, height)) return;
         }
-        throw OffscreenError("no driver can draw without a window system: " + _reason);
+        throw OffscreenError("no driver can draw without a window system: " +
+                             (_reason.empty() ? "no display" : _reason));
     }
 
     ~Egl() { close(); }
@@ -116,8 +107,12 @@ private:
         const EGLint size[] = {EGL_WIDTH, width, EGL_HEIGHT, height, EGL_NONE};
         _surface = eglCreatePbufferSurface(display, configuration, size);
         if (_surface == EGL_NO_SURFACE || !makeCurrent() || !canDraw(width, height))
-            return fail("no picture of " + std::to_string(width) + "x" + std::to_string(height) + " pixels");
+            return fail(withoutPicture(width, height));
         return true;
+    }
+
+    static std::string withoutPicture(int width, int height) {
+        return "no picture of " + std::to_string(width) + "x" + std::to_string(height) + " pixels";
     }
 
     static bool canDraw(int width, int height) {
@@ -161,7 +156,7 @@ OffscreenContext::OffscreenContext(int width, int height) : _egl(std::make_uniqu
 
     setState(new osg::State);
     getState()->setGraphicsContext(this);
-    getState()->setContextID(newContextID());
+    getState()->setContextID(createNewContextID());
     realize();
     makeCurrent();
 }
@@ -184,6 +179,8 @@ bool OffscreenContext::isRealizedImplementation() const {
 
 void OffscreenContext::closeImplementation() {
     _egl.reset();
+    // Without its state the context does not hand its ID back: it is not to be used again.
+    setState(nullptr);
 }
 
 bool OffscreenContext::makeCurrentImplementation() {

@@ -68,7 +68,6 @@ void SceneRenderer::setTilePreparation(std::function<void(osg::Node&)> prepare) 
 
 void SceneRenderer::setScene(osg::Node* scene) {
     _viewer.setSceneData(scene);
-    _viewer.setDatabasePager(_pager);
     setHomeView();
 }
 
@@ -109,7 +108,11 @@ void SceneRenderer::setSunlight() {
 }
 
 void SceneRenderer::drawFrame() {
+    // A viewer shares what belongs to a scene, the pager too, with other viewers of the same scene.
+    _viewer.setDatabasePager(_pager);
     _pager->beginFrame();
+    // The viewer believes that its context stays current, even when another renderer has drawn meanwhile.
+    _context->makeCurrent();
     _viewer.frame(0.0);
 }
 
@@ -120,7 +123,6 @@ void SceneRenderer::waitForDriver() {
 
 osg::ref_ptr<osg::Image> SceneRenderer::drawPicture(GLenum format) {
     drawFrame();
-    _context->makeCurrent();
     const osg::GraphicsContext::Traits& size = *_context->getTraits();
     osg::ref_ptr<osg::Image> picture = new osg::Image;
     picture->readPixels(0, 0, size.width, size.height, format, GL_UNSIGNED_BYTE);
@@ -128,12 +130,12 @@ osg::ref_ptr<osg::Image> SceneRenderer::drawPicture(GLenum format) {
 }
 
 std::vector<std::string> SceneRenderer::loadTiles() {
-    _pager->setLoading(true);
+    _pager->startLoading();
     do {
         drawFrame();
         _pager->waitForReaders();
     } while (_pager->hasNewRequests());
-    _pager->setLoading(false);
+    _pager->stopLoading();
     return _pager->failures();
 }
 

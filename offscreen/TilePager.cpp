@@ -1,6 +1,5 @@
 #include "TilePager.h"
 
-#include <osgDB/Callbacks>
 #include <osgDB/Options>
 #include <osgDB/Registry>
 
@@ -11,28 +10,52 @@
 
 namespace veltrane::sceneutils::offscreen {
 
-/** Reads in the pager's threads, where an exception would end the process: plug-ins throw them on damaged files. */
-class TilePager::TileReader : public osgDB::ReadFileCallback {
-public:
-    std::function<void(osg::Node&)> prepare;
+namespace {
 
-    osgDB::ReaderWriter::ReadResult readNode(const std::string& name, const osgDB::Options* options) override {
+using Preparation = std::function<void(osg::Node&)>;
+
+/** Reads with the options that a tile asks for, prepares the tile, and turns exceptions of readers into failures. */
+class GuardedReading : public osgDB::ReadFileCallback {
+public:
+    GuardedReading(const osgDB::Options* own, Preparation prepare) : _own(own), _prepare(std::move(prepare)) {}
+
+    osgDB::ReaderWriter::ReadResult readNode(const std::string& fileName, const osgDB::Options* options) override {
+        const osg::ref_ptr<osgDB::Options> unguarded = options->cloneOptions();
+        unguarded->setReadFileCallback(_own ? _own->getReadFileCallback() : nullptr);
         try {
-            osgDB::ReaderWriter::ReadResult result = osgDB::Registry::instance()->readNodeImplementation(name, options);
-            if (prepare && result.validNode()) prepare(*result.getNode());
+            osgDB::ReaderWriter::ReadResult result = osgDB::Registry::instance()->readNode(fileName, unguarded, false);
+            if (_prepare && result.validNode()) _prepare(*result.getNode());
             return result;
-        } catch (const std::exception& exception) {
-            return osgDB::ReaderWriter::ReadResult(exception.what());
+        } catch (const std::exception& error) {
+            return osgDB::ReaderWriter::ReadResult(error.what());
         }
     }
+
+private:
+    osg::ref_ptr<const osgDB::Options> _own;
+    Preparation _prepare;
 };
 
-TilePager::TilePager() : _reader(new TileReader) {}
+osg::ref_ptr<osgDB::Options> guarded(const osg::Referenced* options, const Preparation& prepare) {
+    const auto* asked = dynamic_cast<const osgDB::Options*>(options);
+    const osgDB::Options* own = asked ? asked : osgDB::Registry::instance()->getOptions();
+    osg::ref_ptr<osgDB::Options> guard = own ? own->cloneOptions() : new osgDB::Options;
+    guard->setReadFileCallback(new GuardedReading(own, prepare));
+    return guard;
+}
 
-TilePager::~TilePager() = default;
+}  // namespace
 
-void TilePager::setPreparation(std::function<void(osg::Node&)> prepare) {
-    _reader->prepare = std::move(prepare);
+void TilePager::startLoading() {
+    _failures.clear();
+    _isLoading = true;
+}
+
+// The nodes that tiles were to hang below are not kept longer than needed.
+void TilePager::stopLoading() {
+    _isLoading = false;
+    _requested.clear();
+    _tried.clear();
 }
 
 void TilePager::waitForReaders() const {
@@ -62,11 +85,8 @@ void TilePager::requestNodeFile(const std::string& fileName, osg::NodePath& node
         return;
     }
     _requested.insert(request);
-    const auto* given = dynamic_cast<const osgDB::Options*>(options);
-    if (!given) given = osgDB::Registry::instance()->getOptions();
-    const osg::ref_ptr<osgDB::Options> withReader = given ? given->cloneOptions() : new osgDB::Options;
-    withReader->setReadFileCallback(_reader);
-    DatabasePager::requestNodeFile(fileName, nodePath, priority, frameStamp, databaseRequest, withReader);
+    DatabasePager::requestNodeFile(fileName, nodePath, priority, frameStamp, databaseRequest,
+                                   guarded(options, _prepare));
 }
 
 }  // namespace veltrane::sceneutils::offscreen

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <osg/Node>
+#include <osg/ref_ptr>
 #include <osgDB/DatabasePager>
 
 #include <functional>
@@ -11,20 +13,22 @@
 namespace veltrane::sceneutils::offscreen {
 
 /**
- * OpenSceneGraph's database pager, made so that one can wait for it: it loads nothing before load() is called, it can
- * tell when what was asked for has been tried, and asks only once for a tile that cannot be loaded.
+ * OpenSceneGraph's database pager, made so that one can wait for it: it loads nothing unless told to, it can tell
+ * when what was asked for has been tried, and it asks only once for a tile that cannot be loaded. A reader that throws
+ * an exception has not loaded its tile.
  *
- * OpenSceneGraph's own asks again in each frame, for ever.
+ * OpenSceneGraph's own asks again in each frame, for ever, and such an exception ends the process.
  */
 class TilePager : public osgDB::DatabasePager {
 public:
-    TilePager();
+    /** Loads tiles from now on. What failed before is forgotten, and tried again. */
+    void startLoading();
 
-    /** Whether tiles are loaded; not if not said. */
-    void setLoading(bool isLoading) { _isLoading = isLoading; }
+    /** Loads no tiles from now on, as at first. */
+    void stopLoading();
 
     /** What is done to each tile when it is read, in the reader's thread. */
-    void setPreparation(std::function<void(osg::Node&)> prepare);
+    void setPreparation(std::function<void(osg::Node&)> prepare) { _prepare = std::move(prepare); }
 
     /** Waits until each tile that was asked for has been read or given up. What was read hangs in the next frame. */
     void waitForReaders() const;
@@ -43,15 +47,13 @@ public:
                          const osg::Referenced* options) override;
 
 protected:
-    ~TilePager() override;
+    ~TilePager() override = default;
 
 private:
     /** A file and the node that it is to hang below. */
-    using Request = std::pair<std::string, const osg::Node*>;
+    using Request = std::pair<std::string, osg::ref_ptr<const osg::Node>>;
 
-    class TileReader;
-
-    osg::ref_ptr<TileReader> _reader;
+    std::function<void(osg::Node&)> _prepare;
     bool _isLoading = false;
     std::set<Request> _requested;
     std::set<Request> _tried;

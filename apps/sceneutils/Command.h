@@ -37,5 +37,6 @@ void addConvertCommand(CLI::App& app, ExitStatus& result);
 void addRecentreCommand(CLI::App& app, ExitStatus& result);
 void addRenderCommand(CLI::App& app, ExitStatus& result);
 void addSampleCommand(CLI::App& app, ExitStatus& result);
+void addShadersCommand(CLI::App& app, ExitStatus& result);
 
 }  // namespace veltrane::sceneutils::tool

@@ -1,6 +1,7 @@
 #include "Command.h"
 
 #include "files/GraphFile.h"
+#include "files/Interruption.h"
 #include "files/OsgMessages.h"
 #include "files/OutputFormat.h"
 
@@ -148,10 +149,15 @@ void tell(const std::string& message) {
     std::cerr << "sceneutils: " << message << "\n";
 }
 
-/** Loads what the view needs and tells what is missing of it, which is for us to tell. False if something is. */
-bool loadTiles(const Request& request, SceneRenderer& renderer) {
+/** Draws for the first time, tiles loaded, and tells what was wrong with it. False if tiles are missing. */
+bool drawFirst(const Request& request, SceneRenderer& renderer) {
     const OsgMessages messages;
-    const std::vector<std::string> missing = renderer.loadTiles();
+    std::vector<std::string> missing;
+    if (request.noPaging) {
+        renderer.drawFrame();
+    } else {
+        missing = renderer.loadTiles();
+    }
     for (const std::string& line : messages.lines()) {
         if (line.rfind(osgTileProblem, 0) != 0) tell(line);
     }
@@ -161,7 +167,7 @@ bool loadTiles(const Request& request, SceneRenderer& renderer) {
 
 ExitStatus draw(const Request& request, SceneRenderer& renderer) {
     if (request.verbose) tell("driver " + renderer.context().driver() + ", OpenGL " + renderer.context().version());
-    const bool isWhole = request.noPaging || loadTiles(request, renderer);
+    const bool isWhole = drawFirst(request, renderer);
     if (!request.picture.empty()) {
         writePicture(*renderer.drawPicture(GL_RGB), request.picture, request.overwrite);
         osg::Vec3d eye, target, up;
@@ -173,6 +179,7 @@ ExitStatus draw(const Request& request, SceneRenderer& renderer) {
 }
 
 ExitStatus runRender(const Request& request) {
+    endCleanlyOnSignals();
     const std::array<int, 2> size = parseSize(request.size);
     if (request.eye.empty() != request.target.empty())
         throw CommandError(ExitStatus::Usage, "--eye and --look-at belong together");

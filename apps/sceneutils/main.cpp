@@ -41,6 +41,7 @@ int main(int argc, char** argv) {
     addRecentreCommand(app, result);
     addRenderCommand(app, result);
     addSampleCommand(app, result);
+    addShadersCommand(app, result);
 
     try {
         app.parse(argc, argv);

@@ -186,6 +186,22 @@ TEST(RenderCommand, ShadersGivesTheGraphAndItsTilesGeneratedPrograms) {
     }
 }
 
+TEST(RenderCommand, TellsWhatTheDriverSaysOfAProgramThatDoesNotCompile) {
+    const Scene scene;
+    const osg::ref_ptr<osg::Geode> square = makeColoredSquare(10.0f, red);
+    const osg::ref_ptr<osg::Program> program = new osg::Program;
+    program->addShader(new osg::Shader(osg::Shader::FRAGMENT, "void main() { gl_FragColor = nonsense; }"));
+    square->getOrCreateStateSet()->setAttribute(program);
+    osgDB::writeNodeFile(*square, scene.file());
+    for (const std::vector<std::string>& options : {std::vector<std::string>{}, {"--no-paging", "--overwrite"}}) {
+        const ToolResult result = scene.render(options);
+
+        EXPECT_EQ(result.status, 0);
+        EXPECT_THAT(result.errors, HasSubstr("`nonsense' undeclared"));
+        for (const std::string& line : result.errorLines()) EXPECT_THAT(line, StartsWith("sceneutils: "));
+    }
+}
+
 TEST(RenderCommand, TellsTheTimesOfFrames) {
     const Scene scene;
 

@@ -1,7 +1,7 @@
 #include "DatabaseConversion.h"
 
-#include "FileAccess.h"
 #include "../files/WholeFile.h"
+#include "FileAccess.h"
 
 #include <sceneutils/CreatePagedLODVisitor.h>
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "../files/FileFinder.h"
 #include "ConversionPlan.h"
 #include "ConversionReport.h"
-#include "../files/FileFinder.h"
 
 #include <osg/BoundingSphere>
 #include <osg/Node>

@@ -6,6 +6,7 @@
 #include <osgDB/FileNameUtils>
 #include <osgDB/Registry>
 
+#include <csignal>
 #include <set>
 
 #include <unistd.h>
@@ -61,15 +62,25 @@ void writeStream(const fs::path& path, bool mayOverwrite, const decltype(OutputC
     file.commit();
 }
 
-/** A folder beside the output in which files come into being before they are put in their places. */
+/**
+ * A folder beside the output in which files come into being before they are put in their places. A signal to end waits
+ * until it is gone.
+ */
 class Workshop {
 public:
     explicit Workshop(const fs::path& output) : _path(WholeFile::temporaryPath(output, getpid())) {
-        fs::create_directories(_path);
+        std::error_code error;
+        fs::create_directories(_path, error);
+        if (error) throw OutputError(output.string() + ": cannot be written: " + error.message());
+        sigset_t ending;
+        sigemptyset(&ending);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, signal);
+        pthread_sigmask(SIG_BLOCK, &ending, &_signalsBefore);
     }
     ~Workshop() {
         std::error_code ignored;
         fs::remove_all(_path, ignored);
+        pthread_sigmask(SIG_SETMASK, &_signalsBefore, nullptr);
     }
     Workshop(const Workshop&) = delete;
     Workshop& operator=(const Workshop&) = delete;
@@ -78,6 +89,7 @@ public:
 
 private:
     fs::path _path;
+    sigset_t _signalsBefore;
 };
 
 // Such formats may put more than one file beside each other (materials, textures).
