@@ -1,6 +1,7 @@
 #include "Command.h"
 
 #include "files/GraphFile.h"
+#include "files/Interruption.h"
 #include "files/OutputFormat.h"
 #include "recentre/Recentring.h"
 
@@ -78,6 +79,7 @@ Recentring recentre(const Request& request) {
 ExitStatus runRecentre(const Request& request) {
     if (!std::isfinite(request.options.minDistance) || request.options.minDistance < 0.0)
         throw CommandError(ExitStatus::Usage, "--min-distance: a distance is 0 or more");
+    endCleanlyOnSignals();
     checkOutput(request.output, request.overwrite);
     const Recentring done = recentre(request);
     writeGraph(done.graph, request.output, request.overwrite);

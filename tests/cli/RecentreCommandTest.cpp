@@ -73,6 +73,18 @@ TEST(RecentreCommand, MovesTheGraphAndSaysByWhatAndWhatItGains) {
     EXPECT_EQ(secondVertexIn(town.output()), osg::Vec3(-0.5f, -0.5f, 0.0f));
 }
 
+TEST(RecentreCommand, KeepsAllDigitsInEveryFormatThatHasTransforms) {
+    const Town town;
+    town.write(*makeGeode(makeSquare(osg::Vec3(123456.789f, -0.123456789f, 1e-7f))));
+    for (const char* name : {"a.ive", "a.osgb", "a.osgt", "a.osgx", "a.osg"}) {
+        runTool({"recentre", town.input(), town.folder() / name});
+        const osg::ref_ptr<osg::Node> graph = load(town.folder() / name);
+        const osg::Vec3d place = graph->asTransform()->asMatrixTransform()->getMatrix().getTrans();
+        const osg::Vec3d expected(123457.2890625, double(0.376543224f), double(1e-7f));
+        EXPECT_LT((place - expected).length(), 1e-9) << name;  // text is not read to the last digit
+    }
+}
+
 TEST(RecentreCommand, SaysHowManyTransformsItReplaced) {
     const Town town;
     const osg::ref_ptr<osg::PositionAttitudeTransform> pat = new osg::PositionAttitudeTransform;
@@ -218,6 +230,19 @@ TEST(RecentreCommand, NeverReplacesAnOutputUnlessTold) {
     const ToolResult replaced = town.recentre({"--overwrite", "--json"});
     EXPECT_EQ(replaced.status, 0);
     EXPECT_EQ(nlohmann::json::parse(replaced.output)["options"]["overwrite"], true);
+}
+
+TEST(RecentreCommand, LeavesNothingBehindWhenTheDiskIsFull) {
+    const Town town;
+    ToolSettings settings;
+    settings.fileSizeLimit = 100;
+    settings.diesOfFileSize = true;
+
+    const ToolResult result = runTool({"recentre", town.input(), town.output()}, settings);
+
+    EXPECT_EQ(result.status, 4);
+    EXPECT_EQ(result.errors, "sceneutils: " + town.output() + ": not all of it could be written: File too large\n");
+    EXPECT_THAT(namesIn(town.folder().path()), ElementsAre("in.osgb"));
 }
 
 TEST(RecentreCommand, SaysThatTheInputCannotBeRead) {
