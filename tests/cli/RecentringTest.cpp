@@ -337,6 +337,7 @@ TEST(Recentring, MovesBoundsThatWereSetByHand) {
     EXPECT_EQ(geode->getInitialBound().center(), osg::Vec3(osg::Vec3d(farAway) - offset));
     EXPECT_EQ(group->getChild(1)->getInitialBound().center(), osg::Vec3(osg::Vec3d(farAway) - offset));
     EXPECT_EQ(geode->getInitialBound().radius(), 9.0f);
+    EXPECT_EQ(group->getChild(1)->getInitialBound().radius(), 9.0f);
     EXPECT_EQ(geode->getDrawable(0)->getInitialBound()._min, osg::Vec3(osg::Vec3d(farAway) - offset));
 }
 
