@@ -19,6 +19,7 @@ namespace veltrane::sceneutils::tool {
 namespace {
 
 constexpr const char* keepReferenceNames = "useOriginalExternalReferences noWriteExternalReferenceFiles";
+constexpr const char* allDigits = " precision 17";  // of numbers in text formats, which have six otherwise
 
 std::string endingOf(const fs::path& path) {
     return osgDB::getLowerCaseFileExtension(path.string());
@@ -38,6 +39,8 @@ osg::ref_ptr<osgDB::Options> writerOptions(const fs::path& path) {
     options->setPluginStringData("filename", path.string());
     const std::string ending = endingOf(path);
     options->setPluginStringData("fileType", ending == "osgt" ? "Ascii" : ending == "osgx" ? "XML" : "Binary");
+    if (ending == "osgt" || ending == "osgx" || ending == "osg")
+        options->setOptionString(keepReferenceNames + std::string(allDigits));
     return options;
 }
 
