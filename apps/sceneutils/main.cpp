@@ -1,4 +1,5 @@
 #include "Command.h"
+#include "shaders/ProgramList.h"
 
 #include <CLI/CLI.hpp>
 
@@ -16,7 +17,7 @@ int end(ExitStatus status) {
 }
 
 int fail(ExitStatus status, const std::string& message) {
-    std::cerr << "sceneutils: " << message << "\n";
+    std::cerr << "sceneutils: " << onOneLine(message) << "\n";
     return end(status);
 }
 

@@ -305,6 +305,24 @@ TEST(ShadersCommand, NeverReplacesItsInput) {
               "sceneutils: ./in.osgt: is the input; choose another name\n");
     EXPECT_EQ(refusal(folder, {"in.osgt", "link.osgt", "--overwrite"}, 4),
               "sceneutils: link.osgt: is the input; choose another name\n");
+    EXPECT_EQ(refusal(folder, {"in.osgt", "missing/../in.osgt", "--overwrite"}, 4),
+              "sceneutils: missing/../in.osgt: is the input; choose another name\n");
+}
+
+TEST(ShadersCommand, GoesDownDeepGraphs) {
+    const TemporaryDirectory folder;
+    osg::ref_ptr<osg::Group> root = new osg::Group;
+    for (int i = 0; i < 3000; ++i) {
+        const osg::ref_ptr<osg::Group> above = new osg::Group;
+        above->addChild(root);
+        root = above;
+    }
+    writeGraphFile(root, folder / "in.osgb");
+
+    const ToolResult result = shadersIn(folder.path(), {"in.osgb", "out.osgb"});
+
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(fs::exists(folder / "out.osgb"));
 }
 
 TEST(ShadersCommand, RefusesFormatsThatDropPrograms) {

@@ -121,6 +121,15 @@ void checkOutput(const fs::path& path, bool mayOverwrite) {
     }
 }
 
+void checkIsNotInput(const fs::path& output, const fs::path& input) {
+    std::error_code error;
+    // Two comparisons, because links are files of other names, and folders on the way may not be there yet.
+    const bool isSameFile = fs::equivalent(output, input, error);
+    const auto placeOf = [&](const fs::path& path) { return fs::weakly_canonical(fs::absolute(path, error), error); };
+    const bool isSamePlace = placeOf(output) == placeOf(input);
+    if (isSameFile || isSamePlace) failToWrite(output, "is the input; choose another name");
+}
+
 void writeOutput(const fs::path& path, bool mayOverwrite, const OutputCalls& calls) {
     checkOutput(path, mayOverwrite);
     try {

@@ -16,6 +16,9 @@ namespace veltrane::sceneutils::tool {
  */
 void checkOutput(const std::filesystem::path& path, bool mayOverwrite);
 
+/** Refuses an output that would replace the input, whatever leads to it. @throws CommandError with OutputNotWritten */
+void checkIsNotInput(const std::filesystem::path& output, const std::filesystem::path& input);
+
 /** How a plug-in is told to write, into a stream and as a file of that name. */
 struct OutputCalls {
     std::function<osgDB::ReaderWriter::WriteResult(osgDB::ReaderWriter&, std::ostream&, const osgDB::Options*)>
