@@ -567,6 +567,11 @@ TEST(ShaderGenerator, ListsUnitsInAscendingOrderHoweverHigh) {
     EXPECT_EQ(plainNameOf(makeTexturedState({70, 8, 63, 64, 0})), "shader_t08636470");
 }
 
+TEST(ShaderGenerator, TellsSetsOfHighUnitsApart) {
+    EXPECT_EQ(plainNameOf(makeTexturedState({64, 133})), "shader_t64133");
+    EXPECT_EQ(plainNameOf(makeTexturedState({128, 129, 130, 131, 132, 133})), "shader_t128129130131132133");
+}
+
 TEST(ShaderGenerator, CountsATextureWhoseModeIsOff) {
     const osg::ref_ptr<osg::StateSet> state = new osg::StateSet;
     state->setTextureAttributeAndModes(1, makeTexture(), osg::StateAttribute::OFF);

@@ -5,9 +5,12 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <csignal>
+#include <iostream>
 #include <stdexcept>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace testing_support;
@@ -59,6 +62,28 @@ TEST(RunGuarded, PassesOnWhatTheWorkThrows) {
 
     EXPECT_EQ(errorOf(ExitStatus::Usage, refused), "no such size");
     EXPECT_EQ(errorOf(ExitStatus::OutputNotWritten, failed), "out of luck");
+}
+
+TEST(RunGuarded, LeavesRoomForGraphsThatAreNestedDeeply) {
+    rlimit here = {0, 0};
+    getrlimit(RLIMIT_STACK, &here);
+    const rlim_t wanted = std::min<rlim_t>(here.rlim_max, 100 << 20);
+    const auto hasRoom = [&] {
+        rlimit there = {0, 0};
+        getrlimit(RLIMIT_STACK, &there);
+        return there.rlim_cur >= wanted ? ExitStatus::Done : ExitStatus::NotSupported;
+    };
+
+    EXPECT_EQ(runGuarded("in.osgb", {}, hasRoom), ExitStatus::Done);
+}
+
+TEST(RunGuarded, SaysWhenItsResultsCannotBeWritten) {
+    const auto writeInVain = [] {
+        std::cout.setstate(std::ios::badbit);
+        return ExitStatus::Done;
+    };
+
+    EXPECT_EQ(errorOf(ExitStatus::OutputNotWritten, writeInVain), "standard output cannot be written");
 }
 
 TEST(RunGuarded, TellsACrashInOneLine) {

@@ -309,22 +309,6 @@ TEST(ShadersCommand, NeverReplacesItsInput) {
               "sceneutils: missing/../in.osgt: is the input; choose another name\n");
 }
 
-TEST(ShadersCommand, GoesDownDeepGraphs) {
-    const TemporaryDirectory folder;
-    osg::ref_ptr<osg::Group> root = new osg::Group;
-    for (int i = 0; i < 3000; ++i) {
-        const osg::ref_ptr<osg::Group> above = new osg::Group;
-        above->addChild(root);
-        root = above;
-    }
-    writeGraphFile(root, folder / "in.osgb");
-
-    const ToolResult result = shadersIn(folder.path(), {"in.osgb", "out.osgb"});
-
-    EXPECT_EQ(result.status, 0) << result.errors;
-    EXPECT_TRUE(fs::exists(folder / "out.osgb"));
-}
-
 TEST(ShadersCommand, RefusesFormatsThatDropPrograms) {
     const TemporaryDirectory folder;
     writeGraphFile(textured({}), folder / "in.osgt");

@@ -63,10 +63,13 @@ void removeUnfinishedFiles(const std::vector<fs::path>& folders, int pid) {
 
 ExitStatus runGuarded(const std::string& input, const std::vector<fs::path>& outputFolders,
                       const std::function<ExitStatus()>& work) {
-    allowDeepGraphs();
     std::optional<std::string> outcome;
     const ChildEnd end = runInChild(
-        aWeek, [&](const MessageSender& sender) { sender.send(outcomeOf(work)); },
+        aWeek,
+        [&](const MessageSender& sender) {
+            allowDeepGraphs();
+            sender.send(outcomeOf(work));
+        },
         [&](const std::string& message) { outcome = message; });
     if (!outcome) {
         removeUnfinishedFiles(outputFolders, end.pid);
