@@ -568,8 +568,15 @@ TEST(ShaderGenerator, ListsUnitsInAscendingOrderHoweverHigh) {
 }
 
 TEST(ShaderGenerator, TellsSetsOfHighUnitsApart) {
-    EXPECT_EQ(plainNameOf(makeTexturedState({64, 133})), "shader_t64133");
-    EXPECT_EQ(plainNameOf(makeTexturedState({128, 129, 130, 131, 132, 133})), "shader_t128129130131132133");
+    const osg::ref_ptr<osg::StateSet> few = makeTexturedState({64, 133});
+    const osg::ref_ptr<osg::StateSet> many = makeTexturedState({128, 129, 130, 131, 132, 133});
+    const osg::ref_ptr<osg::Group> root = makeGroup(nullptr, makeGroup(few));
+    root->addChild(makeGroup(many));
+
+    OpenShaderGenerator().process(root, false, false, false, false);
+
+    EXPECT_EQ(programName(few), "shader_t64133");
+    EXPECT_EQ(programName(many), "shader_t128129130131132133");
 }
 
 TEST(ShaderGenerator, CountsATextureWhoseModeIsOff) {

@@ -7,6 +7,7 @@
 #include <osg/Image>
 #include <osg/MatrixTransform>
 #include <osg/Program>
+#include <osg/Texture2D>
 #include <osgDB/ReadFile>
 #include <osgDB/WriteFile>
 
@@ -206,6 +207,22 @@ TEST(RenderCommand, ShadersGivesTheGraphAndItsTilesGeneratedPrograms) {
                   colorAt(*readPicture(scene.folder() / "shaded.png"), 0.5, 0.5))
             << file;
     }
+}
+
+TEST(RenderCommand, ShadersGivesEachTileTheProgramsOfItsOwnState) {
+    const Scene scene;
+    const osg::ref_ptr<osg::Image> grey = new osg::Image;
+    grey->allocateImage(1, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE);
+    grey->setColor(osg::Vec4(0.5f, 0.5f, 0.5f, 1), 0);
+    const osg::ref_ptr<osg::Geode> tile = makeColoredSquare(10.0f, green);
+    tile->getOrCreateStateSet()->setTextureAttributeAndModes(0, new osg::Texture2D(grey));
+    osgDB::writeNodeFile(*tile, scene.folder() / "tile.osgb");
+    writePaged(scene.file(), "tile.osgb");
+
+    EXPECT_EQ(scene.render({"--shaders"}).status, 0);
+
+    // The program of the file around it would leave out the texture.
+    EXPECT_LT(colorAt(*readPicture(scene.picture()), 0.5, 0.5).g(), 0.6f);
 }
 
 TEST(RenderCommand, TellsWhatTheDriverSaysOfAProgramThatDoesNotCompile) {
