@@ -79,7 +79,10 @@ void SceneRenderer::setView(const osg::Vec3d& eye, const osg::Vec3d& target) {
 
 bool SceneRenderer::setHomeView() {
     const osg::BoundingBox extent = extentOf(_viewer.getSceneData());
-    if (!extent.valid() || extent.radius2() == 0.0f) return false;
+    if (!extent.valid()) return false;
+    const osg::Vec3d center = extent.center();
+    const double diagonal = (osg::Vec3d(extent._max) - osg::Vec3d(extent._min)).length();
+    if (diagonal == 0.0 || !std::isfinite(diagonal)) return false;
 
     const double elevation = osg::DegreesToRadians(homeElevation);
     const osg::Vec3d toEye(0.0, -std::cos(elevation), std::sin(elevation));
@@ -89,11 +92,11 @@ bool SceneRenderer::setHomeView() {
 
     double distance = 0.0;
     for (unsigned int i = 0; i < 8; ++i) {
-        const osg::Vec3d corner = osg::Vec3d(extent.corner(i)) - osg::Vec3d(extent.center());
+        const osg::Vec3d corner = osg::Vec3d(extent.corner(i)) - center;
         const double sideways = std::max(std::abs(corner.x()) / halfWidth, std::abs(corner * up) / halfHeight);
         distance = std::max(distance, corner * toEye + sideways);
     }
-    setView(extent.center() + toEye * (homeMargin * distance), extent.center());
+    setView(center + toEye * (homeMargin * distance), center);
     return true;
 }
 
@@ -137,6 +140,10 @@ std::vector<std::string> SceneRenderer::loadTiles() {
     } while (_pager->hasNewRequests());
     _pager->stopLoading();
     return _pager->failures();
+}
+
+const std::vector<std::string>& SceneRenderer::tilesBelowThemselves() const {
+    return _pager->belowThemselves();
 }
 
 }  // namespace veltrane::sceneutils::offscreen

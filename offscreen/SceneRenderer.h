@@ -46,8 +46,8 @@ public:
      */
     void setView(const osg::Vec3d& eye, const osg::Vec3d& target);
 
-    /** Looks at all of the scene from the south (-y), 30 degrees above it. False, and no change, if it has no extent.
-     */
+    /** Looks at all of the scene from the south (-y), 30 degrees above it. False, and no change, if it has no
+     * extent or one that is not finite. */
     bool setHomeView();
 
     /** Lights the scene by a sun in the south-west, 44 degrees high, in place of the headlight. */
@@ -70,6 +70,9 @@ public:
      * @return the names of those that could not be, each once
      */
     std::vector<std::string> loadTiles();
+
+    /** The tiles that loadTiles() left out because they hang below themselves, each once: they would never end. */
+    const std::vector<std::string>& tilesBelowThemselves() const;
 
     const OffscreenContext& context() const { return *_context; }
 

@@ -3,10 +3,16 @@
 #include <osgDB/Options>
 #include <osgDB/Registry>
 
+#include <osg/PagedLOD>
+#include <osg/ProxyNode>
+
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <filesystem>
 #include <thread>
+
+namespace fs = std::filesystem;
 
 namespace veltrane::sceneutils::offscreen {
 
@@ -44,10 +50,43 @@ osg::ref_ptr<osgDB::Options> guarded(const osg::Referenced* options, const Prepa
     return guard;
 }
 
+/** The file that a child of a node was loaded from; empty if it is no such node. */
+std::string fileOfChild(const osg::Node& parent, const osg::Node& child) {
+    if (const auto* paged = dynamic_cast<const osg::PagedLOD*>(&parent)) {
+        const unsigned int index = paged->getChildIndex(&child);
+        return index < paged->getNumFileNames() ? paged->getDatabasePath() + paged->getFileName(index) : "";
+    }
+    if (const auto* proxy = dynamic_cast<const osg::ProxyNode*>(&parent)) {
+        const unsigned int index = proxy->getChildIndex(&child);
+        return index < proxy->getNumFileNames() ? proxy->getDatabasePath() + proxy->getFileName(index) : "";
+    }
+    return "";
+}
+
+bool isSameFile(const fs::path& left, const fs::path& right) {
+    if (left == right) return true;
+    if (left.filename() != right.filename()) return false;
+    std::error_code error;
+    return fs::weakly_canonical(left, error) == fs::weakly_canonical(right, error) && !error;
+}
+
+bool hangsBelow(const std::string& file, const osg::NodePath& path) {
+    for (std::size_t i = 1; i < path.size(); ++i) {
+        const std::string above = fileOfChild(*path[i - 1], *path[i]);
+        if (!above.empty() && isSameFile(above, file)) return true;
+    }
+    return false;
+}
+
+void addOnce(std::vector<std::string>& names, const std::string& name) {
+    if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+}
+
 }  // namespace
 
 void TilePager::startLoading() {
     _failures.clear();
+    _belowThemselves.clear();
     _isLoading = true;
 }
 
@@ -80,10 +119,9 @@ void TilePager::requestNodeFile(const std::string& fileName, osg::NodePath& node
     if (!_isLoading) return;
     const Request request(fileName, nodePath.empty() ? nullptr : nodePath.back());
     if (_tried.count(request) != 0) {
-        const bool isKnown = std::find(_failures.begin(), _failures.end(), fileName) != _failures.end();
-        if (!isKnown) _failures.push_back(fileName);
-        return;
+        return addOnce(_failures, fileName);
     }
+    if (hangsBelow(fileName, nodePath)) return addOnce(_belowThemselves, fileName);
     _requested.insert(request);
     DatabasePager::requestNodeFile(fileName, nodePath, priority, frameStamp, databaseRequest,
                                    guarded(options, _prepare));

@@ -14,10 +14,11 @@ namespace veltrane::sceneutils::offscreen {
 
 /**
  * OpenSceneGraph's database pager, made so that one can wait for it: it loads nothing unless told to, it can tell
- * when what was asked for has been tried, and it asks only once for a tile that cannot be loaded. A reader that throws
- * an exception has not loaded its tile.
+ * when what was asked for has been tried, it asks only once for a tile that cannot be loaded, and it does not load a
+ * tile below itself. A reader that throws an exception has not loaded its tile.
  *
- * OpenSceneGraph's own asks again in each frame, for ever, and such an exception ends the process.
+ * OpenSceneGraph's own asks again in each frame, for ever, as it loads a tile that refers to itself; and such an
+ * exception ends the process.
  */
 class TilePager : public osgDB::DatabasePager {
 public:
@@ -42,6 +43,9 @@ public:
     /** The files that could not be loaded, each once, in the order in which that was found. */
     const std::vector<std::string>& failures() const { return _failures; }
 
+    /** The files that were not loaded because they hang below themselves, each once. */
+    const std::vector<std::string>& belowThemselves() const { return _belowThemselves; }
+
     void requestNodeFile(const std::string& fileName, osg::NodePath& nodePath, float priority,
                          const osg::FrameStamp* frameStamp, osg::ref_ptr<osg::Referenced>& databaseRequest,
                          const osg::Referenced* options) override;
@@ -58,6 +62,7 @@ private:
     std::set<Request> _requested;
     std::set<Request> _tried;
     std::vector<std::string> _failures;
+    std::vector<std::string> _belowThemselves;
 };
 
 }  // namespace veltrane::sceneutils::offscreen

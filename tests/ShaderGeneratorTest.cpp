@@ -567,6 +567,18 @@ TEST(ShaderGenerator, ListsUnitsInAscendingOrderHoweverHigh) {
     EXPECT_EQ(plainNameOf(makeTexturedState({70, 8, 63, 64, 0})), "shader_t08636470");
 }
 
+TEST(ShaderGenerator, TellsSetsOfHighUnitsApart) {
+    const osg::ref_ptr<osg::StateSet> few = makeTexturedState({64, 133});
+    const osg::ref_ptr<osg::StateSet> many = makeTexturedState({128, 129, 130, 131, 132, 133});
+    const osg::ref_ptr<osg::Group> root = makeGroup(nullptr, makeGroup(few));
+    root->addChild(makeGroup(many));
+
+    OpenShaderGenerator().process(root, false, false, false, false);
+
+    EXPECT_EQ(programName(few), "shader_t64133");
+    EXPECT_EQ(programName(many), "shader_t128129130131132133");
+}
+
 TEST(ShaderGenerator, CountsATextureWhoseModeIsOff) {
     const osg::ref_ptr<osg::StateSet> state = new osg::StateSet;
     state->setTextureAttributeAndModes(1, makeTexture(), osg::StateAttribute::OFF);

@@ -3,6 +3,8 @@
 #include "bounds/BoxComparison.h"
 #include "files/FileReferences.h"
 #include "files/GraphFile.h"
+#include "files/GuardedWork.h"
+#include "files/Interruption.h"
 #include "files/JsonGeometry.h"
 #include "files/NodeText.h"
 #include "files/PlainText.h"
@@ -87,8 +89,11 @@ void addBoundsCommand(CLI::App& app, ExitStatus& result) {
     command->add_option("FILE", request->file, "The graph, of any format that OpenSceneGraph reads")->required();
     command->add_flag("--json", request->json, "Write everything as JSON");
     command->callback([request, &result] {
-        runBounds(*request);
-        result = ExitStatus::Done;
+        endCleanlyOnSignals();
+        result = runGuarded(request->file, {}, [&] {
+            runBounds(*request);
+            return ExitStatus::Done;
+        });
     });
 }
 

@@ -2,6 +2,8 @@
 
 #include "files/FileReferences.h"
 #include "files/GraphFile.h"
+#include "files/GuardedWork.h"
+#include "files/Interruption.h"
 #include "files/JsonGeometry.h"
 #include "files/NodeText.h"
 #include "files/PlainText.h"
@@ -157,8 +159,11 @@ void addFindCommand(CLI::App& app, ExitStatus& result) {
                         "Only nodes of this class or one derived from it: LOD, osgSim::DOFTransform");
     command->add_flag("--json", request->json, "Write everything as JSON");
     command->callback([request, &result] {
-        runFind(*request);
-        result = ExitStatus::Done;
+        endCleanlyOnSignals();
+        result = runGuarded(request->file, {}, [&] {
+            runFind(*request);
+            return ExitStatus::Done;
+        });
     });
 }
 

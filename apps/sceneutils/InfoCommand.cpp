@@ -1,5 +1,7 @@
 #include "Command.h"
 
+#include "files/GuardedWork.h"
+#include "files/Interruption.h"
 #include "files/JsonGeometry.h"
 #include "files/PlainText.h"
 #include "info/InfoReport.h"
@@ -44,7 +46,10 @@ void addInfoCommand(CLI::App& app, ExitStatus& result) {
     command->add_option("FILE", request->file, "The graph, of any format that OpenSceneGraph reads")->required();
     command->add_flag("--recurse", request->recurse, "Look into the files that it refers to or pages in as well");
     command->add_flag("--json", request->json, "Write everything as JSON");
-    command->callback([request, &result] { result = runInfo(*request); });
+    command->callback([request, &result] {
+        endCleanlyOnSignals();
+        result = runGuarded(request->file, {}, [&] { return runInfo(*request); });
+    });
 }
 
 }  // namespace veltrane::sceneutils::tool

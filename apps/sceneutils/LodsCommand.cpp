@@ -1,11 +1,12 @@
 #include "Command.h"
 
 #include "files/GraphFile.h"
+#include "files/GuardedWork.h"
 #include "files/InputGuard.h"
+#include "files/Interruption.h"
 #include "files/NodeText.h"
 #include "files/OutputFormat.h"
 #include "files/PlainText.h"
-#include "files/WholeFile.h"
 
 #include <sceneutils/OpenFlightLODCreator.h>
 
@@ -14,15 +15,12 @@
 
 #include <CLI/CLI.hpp>
 
-#include <csignal>
 #include <iostream>
 #include <memory>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 namespace veltrane::sceneutils::tool {
 
@@ -49,15 +47,6 @@ private:
     std::ostringstream _caught;
     std::streambuf* _own;
 };
-
-extern "C" void endLodsOnSignal(int) {
-    constexpr char message[] = "sceneutils: interrupted\n";
-    removeUnfinishedFile();
-    if (write(STDERR_FILENO, message, sizeof message - 1) < 0) {
-        // There is nobody left to tell.
-    }
-    _exit(static_cast<int>(ExitStatus::Interrupted));
-}
 
 /** The LODs of a graph, and the hints that are left in it: those that could not be read. Looks where
  * OpenFlightLODCreator does, each group once. */
@@ -94,9 +83,7 @@ void createLODs(osg::Group& root) {
     creator.process(&root);
 }
 
-ExitStatus runLods(const LodsRequest& request) {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, endLodsOnSignal);
-    std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes shows in the write that fails
+ExitStatus makeLods(const LodsRequest& request) {
     checkOutput(request.output, request.overwrite);
     osg::ref_ptr<osg::Node> graph = readGraph(request.input);
     checkIsNoInput(request.output, request.input, *graph);
@@ -117,6 +104,12 @@ ExitStatus runLods(const LodsRequest& request) {
     std::cout << request.output << ": " << plural(after.lods - lodsBefore, "LOD", "LODs") << " created, "
               << plural(after.hints.size(), "hint", "hints") << " not readable\n";
     return after.hints.empty() ? ExitStatus::Done : ExitStatus::DonePartly;
+}
+
+ExitStatus runLods(const LodsRequest& request) {
+    endCleanlyOnSignals();
+    return runGuarded(request.input, {std::filesystem::path(request.output).parent_path()},
+                      [&] { return makeLods(request); });
 }
 
 }  // namespace

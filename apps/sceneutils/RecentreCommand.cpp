@@ -1,6 +1,7 @@
 #include "Command.h"
 
 #include "files/GraphFile.h"
+#include "files/GuardedWork.h"
 #include "files/Interruption.h"
 #include "files/OutputFormat.h"
 #include "recentre/Recentring.h"
@@ -76,10 +77,9 @@ Recentring recentre(const Request& request) {
     }
 }
 
-ExitStatus runRecentre(const Request& request) {
+ExitStatus writeRecentred(const Request& request) {
     if (!std::isfinite(request.options.minDistance) || request.options.minDistance < 0.0)
         throw CommandError(ExitStatus::Usage, "--min-distance: a distance is 0 or more");
-    endCleanlyOnSignals();
     checkOutput(request.output, request.overwrite);
     const Recentring done = recentre(request);
     writeGraph(done.graph, request.output, request.overwrite);
@@ -89,6 +89,12 @@ ExitStatus runRecentre(const Request& request) {
         writeReport(request, done);
     }
     return ExitStatus::Done;
+}
+
+ExitStatus runRecentre(const Request& request) {
+    endCleanlyOnSignals();
+    return runGuarded(request.input, {std::filesystem::path(request.output).parent_path()},
+                      [&] { return writeRecentred(request); });
 }
 
 }  // namespace

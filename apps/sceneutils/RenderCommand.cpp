@@ -1,9 +1,13 @@
 #include "Command.h"
 
 #include "files/GraphFile.h"
+#include "files/GuardedWork.h"
+#include "files/InputGuard.h"
 #include "files/Interruption.h"
 #include "files/OsgMessages.h"
 #include "files/OutputFormat.h"
+#include "files/PlainText.h"
+#include "shaders/ProgramList.h"
 
 #include <offscreen/SceneRenderer.h>
 #include <sceneutils/ShaderGenerator.h>
@@ -17,11 +21,16 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
+#include <filesystem>
 #include <iomanip>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <vector>
+
+namespace fs = std::filesystem;
 
 namespace veltrane::sceneutils::tool {
 
@@ -38,8 +47,8 @@ struct Request {
     std::string input;
     std::string picture;
     std::string size = "1024x768";
-    std::string eye;
-    std::string target;
+    std::optional<std::string> eye;
+    std::optional<std::string> target;
     bool home = false;
     bool fixedFunction = false;
     bool shaders = false;
@@ -94,17 +103,20 @@ osg::ref_ptr<osg::Node> withoutPrograms(osg::Node* graph) {
 }
 
 void placeEye(SceneRenderer& renderer, const Request& request) {
-    if (request.eye.empty()) {
+    if (!request.eye) {
         if (!renderer.setHomeView()) {
             throw CommandError(
                 ExitStatus::NotSupported,
-                request.input + ": nothing in it has an extent; say where to look with --eye and --look-at");
+                request.input + ": nothing in it has a finite extent; say where to look with --eye and --look-at");
         }
         return;
     }
-    const osg::Vec3d eye = parsePoint("--eye", request.eye);
-    const osg::Vec3d target = parsePoint("--look-at", request.target);
+    const osg::Vec3d eye = parsePoint("--eye", *request.eye);
+    const osg::Vec3d target = parsePoint("--look-at", *request.target);
     if (eye == target) throw CommandError(ExitStatus::Usage, "--eye and --look-at are the same point");
+    const double distance = (target - eye).length();
+    if (distance == 0.0 || !std::isfinite(distance))
+        throw CommandError(ExitStatus::Usage, "--eye and --look-at are too far apart or too close together");
     renderer.setView(eye, target);
 }
 
@@ -146,7 +158,7 @@ void timeFrames(SceneRenderer& renderer, unsigned int count) {
 }
 
 void tell(const std::string& message) {
-    std::cerr << "sceneutils: " << message << "\n";
+    std::cerr << "sceneutils: " << withoutControlCharacters(message) << "\n";
 }
 
 /** Draws for the first time, tiles loaded, and tells what was wrong with it. False if tiles are missing. */
@@ -162,7 +174,9 @@ bool drawFirst(const Request& request, SceneRenderer& renderer) {
         if (line.rfind(osgTileProblem, 0) != 0) tell(line);
     }
     for (const std::string& tile : missing) tell(request.input + ": tile " + tile + " cannot be read");
-    return missing.empty();
+    for (const std::string& tile : renderer.tilesBelowThemselves())
+        tell(request.input + ": tile " + tile + " refers to itself; it is drawn once");
+    return missing.empty() && renderer.tilesBelowThemselves().empty();
 }
 
 ExitStatus draw(const Request& request, SceneRenderer& renderer) {
@@ -178,14 +192,16 @@ ExitStatus draw(const Request& request, SceneRenderer& renderer) {
     return isWhole ? ExitStatus::Done : ExitStatus::DonePartly;
 }
 
-ExitStatus runRender(const Request& request) {
-    endCleanlyOnSignals();
+ExitStatus render(const Request& request) {
     const std::array<int, 2> size = parseSize(request.size);
-    if (request.eye.empty() != request.target.empty())
+    if (request.eye.has_value() != request.target.has_value())
         throw CommandError(ExitStatus::Usage, "--eye and --look-at belong together");
     if (request.picture.empty() && request.framesToTime == 0)
         throw CommandError(ExitStatus::Usage, "say where the picture shall go with -o, or pass --time-frames");
-    if (!request.picture.empty()) checkOutput(request.picture, request.overwrite);
+    if (!request.picture.empty()) {
+        checkIsNoInput(request.picture, request.input);
+        checkOutput(request.picture, request.overwrite);
+    }
 
     osg::ref_ptr<osg::Node> graph = readGraph(request.input);
     if (request.shaders) addPrograms(*graph);
@@ -200,6 +216,11 @@ ExitStatus runRender(const Request& request) {
     } catch (const OffscreenError& error) {
         throw CommandError(ExitStatus::NotSupported, "cannot draw: " + std::string(error.what()));
     }
+}
+
+ExitStatus runRender(const Request& request) {
+    endCleanlyOnSignals();
+    return runGuarded(request.input, {fs::path(request.picture).parent_path()}, [&] { return render(request); });
 }
 
 }  // namespace

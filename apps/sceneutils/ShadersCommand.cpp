@@ -1,6 +1,8 @@
 #include "Command.h"
 
 #include "files/GraphFile.h"
+#include "files/GuardedWork.h"
+#include "files/InputGuard.h"
 #include "files/Interruption.h"
 #include "files/OutputFormat.h"
 #include "files/WholeFile.h"
@@ -64,9 +66,7 @@ void checkOutputs(const ShadersArguments& arguments) {
         throw CommandError(ExitStatus::Usage, "OUT is required unless --check or --save is given (see --help)");
     }
     checkKeepsPrograms(arguments.output);
-    std::error_code error;
-    if (fs::equivalent(arguments.input, arguments.output, error))
-        throw CommandError(ExitStatus::OutputNotWritten, arguments.output + ": is the input; choose another name");
+    checkIsNoInput(arguments.output, arguments.input);
     checkOutput(arguments.output, arguments.overwrite);
 }
 
@@ -117,8 +117,7 @@ void tellFailures(const ShaderReport& report) {
               << report.driver << (report.output.empty() ? "" : "; " + report.output + " is not written") << "\n";
 }
 
-ExitStatus runShaders(const ShadersArguments& arguments) {
-    endCleanlyOnSignals();
+ExitStatus shade(const ShadersArguments& arguments) {
     checkOutputs(arguments);
 
     const osg::ref_ptr<osg::Node> graph = readGraph(arguments.input);
@@ -141,6 +140,12 @@ ExitStatus runShaders(const ShadersArguments& arguments) {
     }
     print(report, arguments.json);
     return report.failures.empty() ? ExitStatus::Done : ExitStatus::NotSupported;
+}
+
+ExitStatus runShaders(const ShadersArguments& arguments) {
+    endCleanlyOnSignals();
+    return runGuarded(arguments.input, {fs::path(arguments.output).parent_path(), arguments.saveFolder},
+                      [&] { return shade(arguments); });
 }
 
 }  // namespace

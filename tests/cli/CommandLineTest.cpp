@@ -1,3 +1,4 @@
+#include "files/PlainText.h"
 #include "support/Conversions.h"
 
 #include <gmock/gmock.h>
@@ -89,4 +90,8 @@ TEST(CommandLine, RefusesRangesAndTimesThatMakeNoSense) {
         EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "--max-range", range}), HasSubstr("--max-range"));
     for (const char* seconds : {"0", "-1", "86401", "1.5", "soon"})
         EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "--time-limit", seconds}), HasSubstr("--time-limit"));
+}
+
+TEST(PlainText, HasNoControlCharactersAndKeepsEverythingElse) {
+    EXPECT_EQ(veltrane::sceneutils::tool::withoutControlCharacters("a\nb\tc\x1b\x7f\xc3\xa9"), "a?b?c??\xc3\xa9");
 }

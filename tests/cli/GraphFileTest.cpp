@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 
 #include <osg/Geometry>
+#include <osg/ProxyNode>
 #include <osgDB/WriteFile>
 
 #include <sys/stat.h>
@@ -130,6 +131,24 @@ TEST(GraphFile, RefusesOpenFlightFilesThatReferToEachOtherInARing) {
     EXPECT_EQ(readError(folder / "a.flt"), folder / "a.flt: refers to itself by way of b.flt, c.flt");
     EXPECT_EQ(readError(folder / "self.flt"), folder / "self.flt: refers to itself");
     EXPECT_TRUE(readGraph(folder / "a.flt", References::Leave));
+}
+
+TEST(GraphFile, RefusesFilesOfOtherFormatsThatReferToEachOtherInARing) {
+    const TemporaryDirectory folder;
+    const auto writeReference = [&](const std::string& file, const std::string& target) {
+        const osg::ref_ptr<osg::ProxyNode> proxy = new osg::ProxyNode;
+        proxy->setFileName(0, target);
+        osgDB::writeNodeFile(*proxy, folder / file);
+    };
+    writeReference("in.osgb", "a.osgt");
+    writeReference("a.osgt", "b.osgb");
+    writeReference("b.osgb", "c.osgx");
+    writeReference("c.osgx", "a.osgt");
+    writeReference("self.osgb", "self.osgb");
+
+    EXPECT_EQ(readError(folder / "a.osgt"), folder / "a.osgt: refers to itself by way of b.osgb, c.osgx");
+    EXPECT_EQ(readError(folder / "in.osgb"), folder / "a.osgt: refers to itself by way of b.osgb, c.osgx");
+    EXPECT_EQ(readError(folder / "self.osgb"), folder / "self.osgb: refers to itself");
 }
 
 TEST(GraphFile, ReadsAFileThatIsReferredToTwiceWithoutARing) {

@@ -104,7 +104,3 @@ TEST(ProgramList, FindsProgramsOfDrawablesAndOfHiddenNodes) {
     EXPECT_EQ(namesOf(listPrograms(*graph, {})), (std::vector<std::string>{"hidden", "square"}));
     EXPECT_THAT(programsOf(*graph), UnorderedElementsAre(ofSquare, ofHidden));
 }
-
-TEST(ProgramList, KeepsTextOnItsLine) {
-    EXPECT_EQ(onOneLine("a\nb\tc\x1b\x7f\xc3\xa9"), "a?b?c??\xc3\xa9");
-}

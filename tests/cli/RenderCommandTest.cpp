@@ -7,6 +7,7 @@
 #include <osg/Image>
 #include <osg/MatrixTransform>
 #include <osg/Program>
+#include <osg/Texture2D>
 #include <osgDB/ReadFile>
 #include <osgDB/WriteFile>
 
@@ -156,6 +157,28 @@ TEST(RenderCommand, TellsTilesThatCannotBeReadAndDrawsTheRest) {
     EXPECT_TRUE(fs::exists(scene.picture()));
 }
 
+TEST(RenderCommand, DrawsATileThatRefersToItselfOnce) {
+    const Scene scene;
+    writePaged(scene.file(), "scene.osgb");
+
+    const ToolResult result = scene.render({"--size", "8x8"});
+
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(onlyLine(result),
+              "sceneutils: " + scene.file() + ": tile " + scene.file() + " refers to itself; it is drawn once\n");
+    EXPECT_TRUE(fs::exists(scene.picture()));
+}
+
+TEST(RenderCommand, TellsATileWhoseNameHasALineBreakInOneLine) {
+    const Scene scene;
+    writePaged(scene.file(), "a\nb.ive");
+
+    const ToolResult result = scene.render({"--size", "8x8"});
+
+    EXPECT_EQ(result.status, 5);
+    EXPECT_THAT(result.errors, HasSubstr("/a?b.ive cannot be read\n"));
+}
+
 TEST(RenderCommand, FixedFunctionLeavesOutThePrograms) {
     const Scene scene;
     const osg::ref_ptr<osg::Geode> square = makeColoredSquare(10.0f, red);
@@ -184,6 +207,22 @@ TEST(RenderCommand, ShadersGivesTheGraphAndItsTilesGeneratedPrograms) {
                   colorAt(*readPicture(scene.folder() / "shaded.png"), 0.5, 0.5))
             << file;
     }
+}
+
+TEST(RenderCommand, ShadersGivesEachTileTheProgramsOfItsOwnState) {
+    const Scene scene;
+    const osg::ref_ptr<osg::Image> grey = new osg::Image;
+    grey->allocateImage(1, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE);
+    grey->setColor(osg::Vec4(0.5f, 0.5f, 0.5f, 1), 0);
+    const osg::ref_ptr<osg::Geode> tile = makeColoredSquare(10.0f, green);
+    tile->getOrCreateStateSet()->setTextureAttributeAndModes(0, new osg::Texture2D(grey));
+    osgDB::writeNodeFile(*tile, scene.folder() / "tile.osgb");
+    writePaged(scene.file(), "tile.osgb");
+
+    EXPECT_EQ(scene.render({"--shaders"}).status, 0);
+
+    // The program of the file around it would leave out the texture.
+    EXPECT_LT(colorAt(*readPicture(scene.picture()), 0.5, 0.5).g(), 0.6f);
 }
 
 TEST(RenderCommand, TellsWhatTheDriverSaysOfAProgramThatDoesNotCompile) {
@@ -261,11 +300,42 @@ TEST(RenderCommand, RefusesAnEmptyGraphWithoutAViewAndDrawsItWithOne) {
 
     const ToolResult refused = scene.render({});
     EXPECT_EQ(refused.status, 3);
-    EXPECT_EQ(onlyLine(refused), "sceneutils: " + scene.file() +
-                                     ": nothing in it has an extent; say where to look with --eye and --look-at\n");
+    EXPECT_EQ(onlyLine(refused),
+              "sceneutils: " + scene.file() +
+                  ": nothing in it has a finite extent; say where to look with --eye and --look-at\n");
 
     EXPECT_EQ(scene.render({"--eye", "0,-1,0", "--look-at", "0,0,0"}).status, 0);
     EXPECT_TRUE(isBackground(colorAt(*readPicture(scene.picture()), 0.5, 0.5)));
+}
+
+TEST(RenderCommand, RefusesPointsThatGiveNoDirection) {
+    const Scene scene;
+    const std::string problem = "sceneutils: --eye and --look-at are too far apart or too close together\n";
+
+    const ToolResult far = scene.render({"--eye", "1e300,0,0", "--look-at", "-1e300,0,0"});
+    EXPECT_EQ(far.status, 1);
+    EXPECT_EQ(onlyLine(far), problem);
+    EXPECT_EQ(onlyLine(scene.render({"--eye", "1e-320,0,0", "--look-at", "0,0,0"})), problem);
+    EXPECT_EQ(onlyLine(scene.render({"--eye", "nan,0,0", "--look-at", "0,0,0"})),
+              "sceneutils: --eye: 'nan,0,0' is no X,Y,Z\n");
+    EXPECT_EQ(onlyLine(scene.render({"--eye", "", "--look-at", ""})), "sceneutils: --eye: '' is no X,Y,Z\n");
+    EXPECT_FALSE(fs::exists(scene.picture()));
+}
+
+TEST(RenderCommand, NeverReplacesItsInput) {
+    const Scene scene;
+    const std::string before = readBytes(scene.file());
+    fs::create_symlink("scene.osgb", scene.folder() / "link.osgb");
+
+    for (const char* name : {"scene.osgb", "link.osgb", "missing/../scene.osgb"}) {
+        const std::string picture = scene.folder() / name;
+        const ToolResult result = runTool({"render", scene.file(), "-o", picture, "--overwrite"});
+        EXPECT_EQ(result.status, 4);
+        EXPECT_EQ(onlyLine(result), "sceneutils: " + picture + ": is one of the inputs; choose another name\n");
+    }
+
+    EXPECT_EQ(readBytes(scene.file()), before);
+    EXPECT_THAT(namesIn(scene.folder().path()), ElementsAre("link.osgb", "scene.osgb"));
 }
 
 TEST(RenderCommand, NeverReplacesAPictureUnlessTold) {
@@ -289,6 +359,8 @@ TEST(RenderCommand, SaysThatTheInputCannotBeRead) {
 
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(onlyLine(result), "sceneutils: " + scene.file() + ": no such file\n");
+    EXPECT_EQ(onlyLine(runTool({"render", "a\nb.osgb", "-o", scene.picture()})),
+              "sceneutils: a?b.osgb: no such file\n");
 }
 
 TEST(RenderCommand, SaysInOneLineThatThereIsNoDriver) {

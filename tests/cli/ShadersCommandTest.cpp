@@ -302,9 +302,11 @@ TEST(ShadersCommand, NeverReplacesItsInput) {
     fs::create_symlink("in.osgt", folder / "link.osgt");
 
     EXPECT_EQ(refusal(folder, {"in.osgt", "./in.osgt", "--overwrite"}, 4),
-              "sceneutils: ./in.osgt: is the input; choose another name\n");
+              "sceneutils: ./in.osgt: is one of the inputs; choose another name\n");
     EXPECT_EQ(refusal(folder, {"in.osgt", "link.osgt", "--overwrite"}, 4),
-              "sceneutils: link.osgt: is the input; choose another name\n");
+              "sceneutils: link.osgt: is one of the inputs; choose another name\n");
+    EXPECT_EQ(refusal(folder, {"in.osgt", "missing/../in.osgt", "--overwrite"}, 4),
+              "sceneutils: missing/../in.osgt: is one of the inputs; choose another name\n");
 }
 
 TEST(ShadersCommand, RefusesFormatsThatDropPrograms) {

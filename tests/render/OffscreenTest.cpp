@@ -22,6 +22,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -373,6 +374,20 @@ TEST(SceneRenderer, KeepsTheViewOfAnythingWithoutExtent) {
     EXPECT_EQ(renderer.viewer().getCamera()->getViewMatrix(), view);
 }
 
+TEST(SceneRenderer, KeepsTheViewOfAnythingThatGoesOnForEver) {
+    SceneRenderer renderer(size, size);
+    renderer.setScene(makePlate(red));
+    const osg::Matrixd view = renderer.viewer().getCamera()->getViewMatrix();
+    const osg::ref_ptr<osg::PagedLOD> endless = new osg::PagedLOD;
+    endless->setCenter(osg::Vec3());
+    endless->setRadius(std::numeric_limits<float>::infinity());
+
+    renderer.setScene(endless);
+
+    EXPECT_FALSE(renderer.setHomeView());
+    EXPECT_EQ(renderer.viewer().getCamera()->getViewMatrix(), view);
+}
+
 TEST(SceneRenderer, DrawsTheSamePictureEachTime) {
     const osg::ref_ptr<osg::Node> scene = makeGeode(new osg::ShapeDrawable(new osg::Sphere(osg::Vec3(), 1.0f)));
     SceneRenderer renderer(size, size);
@@ -544,6 +559,27 @@ TEST(SceneRenderer, ReportsOnlyWhatFailedInThisView) {
     lookDown(renderer, 70.0);
 
     EXPECT_THAT(renderer.loadTiles(), IsEmpty());
+}
+
+TEST(SceneRenderer, LoadsNoTileBelowItself) {
+    const PagedDatabase database;
+    osgDB::writeNodeFile(
+        *makePaged(green,
+                   "../" + std::filesystem::path(database / "").parent_path().filename().string() + "/green.ive"),
+        database / "green.ive");
+    SceneRenderer renderer(size, size);
+    renderer.setScene(database.read());
+    lookDown(renderer, 20.0);
+
+    EXPECT_THAT(renderer.loadTiles(), IsEmpty());
+
+    EXPECT_EQ(centerOf(*renderer.drawPicture()), green);
+    ASSERT_EQ(renderer.tilesBelowThemselves().size(), 1u);
+    EXPECT_EQ(std::filesystem::canonical(renderer.tilesBelowThemselves().front()),
+              std::filesystem::canonical(database / "green.ive"));
+    lookDown(renderer, 2000.0);
+    renderer.loadTiles();
+    EXPECT_THAT(renderer.tilesBelowThemselves(), IsEmpty());
 }
 
 TEST(SceneRenderer, LoadsATileThatWasMissingBefore) {

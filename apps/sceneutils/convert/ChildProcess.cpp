@@ -28,8 +28,7 @@ public:
     EndingSignalsHeldBack() {
         sigset_t ending;
         sigemptyset(&ending);
-        sigaddset(&ending, SIGINT);
-        sigaddset(&ending, SIGTERM);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, signal);
         sigprocmask(SIG_BLOCK, &ending, &_own);
     }
     ~EndingSignalsHeldBack() { sigprocmask(SIG_SETMASK, &_own, nullptr); }

@@ -1,6 +1,7 @@
 #include "GraphFile.h"
 
 #include "../Command.h"
+#include "../shaders/ProgramList.h"
 #include "FlightReferences.h"
 #include "OsgMessages.h"
 #include "OutputFormat.h"
@@ -8,10 +9,14 @@
 #include "PortableNames.h"
 
 #include <osgDB/FileNameUtils>
+#include <osgDB/FileUtils>
 #include <osgDB/Registry>
 
+#include <algorithm>
 #include <iostream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <unistd.h>
 
@@ -51,6 +56,61 @@ void checkFlightFiles(const fs::path& path, References references) {
     }
 }
 
+/** Notices files that refer to themselves: reading them would never end. */
+class RingGuard : public osgDB::ReadFileCallback {
+public:
+    ReaderWriter::ReadResult readNode(const std::string& name, const osgDB::Options* options) override {
+        return guard(name, options, [&] {
+            return _registrys ? _registrys->readNode(name, options) : ReadFileCallback::readNode(name, options);
+        });
+    }
+
+    ReaderWriter::ReadResult readObject(const std::string& name, const osgDB::Options* options) override {
+        return guard(name, options, [&] {
+            return _registrys ? _registrys->readObject(name, options) : ReadFileCallback::readObject(name, options);
+        });
+    }
+
+    ReaderWriter::ReadResult readImage(const std::string& name, const osgDB::Options* options) override {
+        return _registrys ? _registrys->readImage(name, options) : ReadFileCallback::readImage(name, options);
+    }
+
+    /** What is wrong, in a line that names the file; empty: nothing. */
+    const std::string& problem() const { return _problem; }
+
+private:
+    template <typename Read>
+    ReaderWriter::ReadResult guard(const std::string& name, const osgDB::Options* options, const Read& read) {
+        std::error_code error;
+        const std::string found = osgDB::findDataFile(name, options);
+        const fs::path file = fs::canonical(found, error);
+        if (error) return read();  // which says what is wrong
+        const auto open = std::find_if(_open.begin(), _open.end(), [&](const auto& o) { return o.second == file; });
+        if (open != _open.end()) {
+            if (_problem.empty()) _problem = open->first + ": refers to itself" + wayFrom(open + 1);
+            return ReaderWriter::ReadResult::ERROR_IN_READING_FILE;
+        }
+        _open.emplace_back(found, file);
+        const ReaderWriter::ReadResult result = read();
+        _open.pop_back();
+        return result;
+    }
+
+    using OpenFiles = std::vector<std::pair<std::string, fs::path>>;
+
+    std::string wayFrom(OpenFiles::const_iterator file) const {
+        std::string way;
+        for (; file != _open.end(); ++file)
+            way += (way.empty() ? " by way of " : ", ") + file->second.filename().string();
+        return way;
+    }
+
+    /** The callback that this one stands before. */
+    osg::ref_ptr<ReadFileCallback> _registrys = osgDB::Registry::instance()->getReadFileCallback();
+    OpenFiles _open;
+    std::string _problem;
+};
+
 ReaderWriter::ReadResult readCatching(const fs::path& path, const osgDB::Options* options) {
     try {
         return osgDB::Registry::instance()->readNode(path.string(), options);
@@ -76,12 +136,15 @@ osg::ref_ptr<osg::Node> readGraph(const fs::path& path, References references, o
     if (references == References::Leave)
         options->setOptionString("keepExternalReferences noLoadExternalReferenceFiles");
 
+    const osg::ref_ptr<RingGuard> ringGuard = new RingGuard;
+    if (references == References::Load) options->setReadFileCallback(ringGuard);
     osgDB::Registry::instance()->clearObjectCache();  // in which plug-ins keep what they read, whatever the options say
     const OsgMessages messages;
     ReaderWriter::ReadResult result = readCatching(path, options);
+    if (!ringGuard->problem().empty()) throw CommandError(ExitStatus::InputUnreadable, ringGuard->problem());
     if (!result.validNode()) failToRead(path, reasonOf(result, path));
     for (const std::string& line : messages.lines())
-        std::cerr << "sceneutils: " << path.string() << ": " << withoutControlCharacters(line) << "\n";
+        std::cerr << "sceneutils: " << withoutControlCharacters(path.string() + ": " + line) << "\n";
     resolveImageNames(*result.getNode(), path.parent_path());
     return result.getNode();
 }

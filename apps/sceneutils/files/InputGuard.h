@@ -8,9 +8,11 @@ namespace veltrane::sceneutils::tool {
 
 /**
  * Inputs are never overwritten, whatever the user allows.
- * @param graph what was read from `input`; the files that were loaded with it are inputs, too
- * @throws CommandError with OutputNotWritten if `output` is one of the inputs
+ * @throws CommandError with OutputNotWritten if `output` is `input`, under whatever name
  */
+void checkIsNoInput(const std::filesystem::path& output, const std::filesystem::path& input);
+
+/** The same; the files that were loaded with `graph`, which was read from `input`, are inputs too. */
 void checkIsNoInput(const std::filesystem::path& output, const std::filesystem::path& input, osg::Node& graph);
 
 }  // namespace veltrane::sceneutils::tool

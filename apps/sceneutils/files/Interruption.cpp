@@ -1,6 +1,7 @@
 #include "Interruption.h"
 
 #include "../Command.h"
+#include "../convert/ChildProcess.h"
 #include "WholeFile.h"
 
 #include <csignal>
@@ -11,10 +12,14 @@ namespace veltrane::sceneutils::tool {
 
 namespace {
 
+pid_t processOfTheUser = 0;
+
+// The process that does the work has this handler too. Both may be signalled; one of them tells.
 extern "C" void removeAndEnd(int) {
     constexpr char message[] = "sceneutils: interrupted\n";
+    endRunningChild();
     removeUnfinishedFile();
-    if (write(STDERR_FILENO, message, sizeof message - 1) < 0) {
+    if (getpid() == processOfTheUser && write(STDERR_FILENO, message, sizeof message - 1) < 0) {
         // There is nobody left to tell.
     }
     _exit(static_cast<int>(ExitStatus::Interrupted));
@@ -23,6 +28,7 @@ extern "C" void removeAndEnd(int) {
 }  // namespace
 
 void endCleanlyOnSignals() {
+    processOfTheUser = getpid();
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, removeAndEnd);
     std::signal(SIGXFSZ, SIG_IGN);
 }

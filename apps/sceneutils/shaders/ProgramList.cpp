@@ -152,9 +152,4 @@ bool comesBefore(const std::string& left, const std::string& right) {
     return leftRest == 0;
 }
 
-std::string onOneLine(std::string text) {
-    std::replace_if(text.begin(), text.end(), isControl, '?');
-    return text;
-}
-
 }  // namespace veltrane::sceneutils::tool

@@ -35,7 +35,4 @@ std::vector<ListedProgram> listPrograms(osg::Node& graph, const ProgramSet& befo
 /** Whether `left` comes before `right` in a list for people: t2 before t10. */
 bool comesBefore(const std::string& left, const std::string& right);
 
-/** The text without control characters, so that it stays on its line. */
-std::string onOneLine(std::string text);
-
 }  // namespace veltrane::sceneutils::tool

@@ -1,5 +1,7 @@
 #include "ProgramOrigin.h"
 
+#include "../files/PlainText.h"
+
 #include <osg/Drawable>
 #include <osg/PointSprite>
 #include <osg/StateSet>
@@ -57,7 +59,7 @@ std::string placeOf(const ListedProgram& program) {
         const std::string name = node->getName().empty() ? std::string("(") + node->className() + ")" : node->getName();
         place += (place.empty() ? "" : "/") + name;
     }
-    return onOneLine(place);
+    return withoutControlCharacters(place);
 }
 
 std::vector<std::string> stateBehind(const ListedProgram& program, const ShaderSettings& settings) {

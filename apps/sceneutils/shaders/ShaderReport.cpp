@@ -1,5 +1,7 @@
 #include "ShaderReport.h"
 
+#include "../files/PlainText.h"
+
 #include <algorithm>
 #include <iomanip>
 #include <sstream>
@@ -34,7 +36,7 @@ std::string joined(const std::vector<std::string>& parts) {
 
 void writeIndented(std::ostream& out, const std::string& text) {
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) out << "    " << onOneLine(line) << "\n";
+    for (std::string line; std::getline(lines, line);) out << "    " << withoutControlCharacters(line) << "\n";
 }
 
 nlohmann::json checkAsJson(const ShaderReport& report, const ListedProgram& program) {

@@ -1,0 +1,85 @@
+#include "GuardedWork.h"
+
+#include "../convert/ChildProcess.h"
+#include "WholeFile.h"
+
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <optional>
+
+#include <sys/resource.h>
+
+namespace fs = std::filesystem;
+
+namespace veltrane::sceneutils::tool {
+
+namespace {
+
+constexpr unsigned int aWeek = 7 * 24 * 3600;  // of processor time: no limit for any work that makes sense
+constexpr rlim_t largeStack = 100 << 20;
+
+// OpenSceneGraph goes down a graph by recursion. What the system leaves free for the stack is at least 128 MiB.
+void allowDeepGraphs() {
+    rlimit stack = {0, 0};
+    if (getrlimit(RLIMIT_STACK, &stack) != 0 || stack.rlim_cur >= largeStack) return;
+    stack.rlim_cur = stack.rlim_max < largeStack ? stack.rlim_max : largeStack;
+    setrlimit(RLIMIT_STACK, &stack);
+}
+
+std::string asMessage(ExitStatus status, const std::string& problem) {
+    return static_cast<char>(status) + problem;
+}
+
+std::string outcomeOf(const std::function<ExitStatus()>& work) {
+    try {
+        const ExitStatus status = work();
+        std::cout.flush();
+        if (!std::cout) return asMessage(ExitStatus::OutputNotWritten, "standard output cannot be written");
+        return asMessage(status, "");
+    } catch (const CommandError& error) {
+        return asMessage(error.status(), error.what());
+    } catch (const std::exception& error) {
+        return asMessage(ExitStatus::OutputNotWritten, error.what());
+    }
+}
+
+void removeUnfinishedFiles(const std::vector<fs::path>& folders, int pid) {
+    const std::string ending = WholeFile::temporaryPath("", pid).filename().string().substr(1);
+    for (const fs::path& folder : folders) {
+        std::error_code error;
+        std::vector<fs::path> unfinished;
+        for (const fs::directory_entry& entry : fs::directory_iterator(folder.empty() ? "." : folder, error)) {
+            const std::string name = entry.path().filename().string();
+            const bool ends =
+                name.size() >= ending.size() && name.compare(name.size() - ending.size(), ending.size(), ending) == 0;
+            if (ends) unfinished.push_back(entry.path());
+        }
+        for (const fs::path& path : unfinished) fs::remove_all(path, error);
+    }
+}
+
+}  // namespace
+
+ExitStatus runGuarded(const std::string& input, const std::vector<fs::path>& outputFolders,
+                      const std::function<ExitStatus()>& work) {
+    std::optional<std::string> outcome;
+    const ChildEnd end = runInChild(
+        aWeek,
+        [&](const MessageSender& sender) {
+            allowDeepGraphs();
+            sender.send(outcomeOf(work));
+        },
+        [&](const std::string& message) { outcome = message; });
+    if (!outcome) {
+        removeUnfinishedFiles(outputFolders, end.pid);
+        const std::string reason = end.signal != 0 ? strsignal(end.signal) : "ended early";
+        throw CommandError(ExitStatus::InputUnreadable,
+                           input + ": OpenSceneGraph crashes on it (" + reason + "); it may be damaged");
+    }
+    const auto status = static_cast<ExitStatus>(outcome->front());
+    if (outcome->size() > 1) throw CommandError(status, outcome->substr(1));
+    return status;
+}
+
+}  // namespace veltrane::sceneutils::tool

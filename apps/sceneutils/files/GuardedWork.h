@@ -1,0 +1,24 @@
+#pragma once
+
+#include "../Command.h"
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace veltrane::sceneutils::tool {
+
+/**
+ * Does a command's work in a process of its own, so that a crash of OpenSceneGraph on a damaged file, or of a driver,
+ * is told in one line like any other failure and leaves no half-written file. What the work throws comes through.
+ *
+ * Call it before anything starts a thread or opens a graphics context, and after endCleanlyOnSignals().
+ * @param input what the line names when the work crashes
+ * @param outputFolders where unfinished files of the work may lie then
+ * @throws CommandError with InputUnreadable if the work crashes
+ */
+ExitStatus runGuarded(const std::string& input, const std::vector<std::filesystem::path>& outputFolders,
+                      const std::function<ExitStatus()>& work);
+
+}  // namespace veltrane::sceneutils::tool
