@@ -93,6 +93,21 @@ TEST(RunGuarded, TellsACrashInOneLine) {
               "in.osgb: OpenSceneGraph crashes on it (ended early); it may be damaged");
 }
 
+TEST(RunGuarded, EndsWorkThatRunsWithoutEnd) {
+    const auto runForEver = []() -> ExitStatus {
+        for (volatile bool goesOn = true; goesOn;) {
+        }
+        return ExitStatus::Done;
+    };
+    try {
+        runGuarded("in.ive", {}, runForEver, 1);
+        FAIL() << "it ended";
+    } catch (const CommandError& error) {
+        EXPECT_EQ(error.status(), ExitStatus::InputUnreadable);
+        EXPECT_STREQ(error.what(), "in.ive: takes more than 1 s of processor time; it may be damaged");
+    }
+}
+
 TEST(RunGuarded, RemovesWhatACrashLeavesUnfinishedAndNothingElse) {
     const TemporaryDirectory folder;
     const std::string another = WholeFile::temporaryPath(folder / "out.osgb", getpid());

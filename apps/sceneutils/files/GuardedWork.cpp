@@ -3,6 +3,7 @@
 #include "../convert/ChildProcess.h"
 #include "WholeFile.h"
 
+#include <csignal>
 #include <cstring>
 #include <exception>
 #include <iostream>
@@ -16,7 +17,6 @@ namespace veltrane::sceneutils::tool {
 
 namespace {
 
-constexpr unsigned int aWeek = 7 * 24 * 3600;  // of processor time: no limit for any work that makes sense
 constexpr rlim_t largeStack = 100 << 20;
 
 // OpenSceneGraph goes down a graph by recursion. What the system leaves free for the stack is at least 128 MiB.
@@ -62,10 +62,10 @@ void removeUnfinishedFiles(const std::vector<fs::path>& folders, int pid) {
 }  // namespace
 
 ExitStatus runGuarded(const std::string& input, const std::vector<fs::path>& outputFolders,
-                      const std::function<ExitStatus()>& work) {
+                      const std::function<ExitStatus()>& work, unsigned int seconds) {
     std::optional<std::string> outcome;
     const ChildEnd end = runInChild(
-        aWeek,
+        seconds,
         [&](const MessageSender& sender) {
             allowDeepGraphs();
             sender.send(outcomeOf(work));
@@ -73,6 +73,10 @@ ExitStatus runGuarded(const std::string& input, const std::vector<fs::path>& out
         [&](const std::string& message) { outcome = message; });
     if (!outcome) {
         removeUnfinishedFiles(outputFolders, end.pid);
+        if (end.signal == SIGXCPU) {
+            throw CommandError(ExitStatus::InputUnreadable, input + ": takes more than " + std::to_string(seconds) +
+                                                                " s of processor time; it may be damaged");
+        }
         const std::string reason = end.signal != 0 ? strsignal(end.signal) : "ended early";
         throw CommandError(ExitStatus::InputUnreadable,
                            input + ": OpenSceneGraph crashes on it (" + reason + "); it may be damaged");

@@ -16,9 +16,10 @@ namespace veltrane::sceneutils::tool {
  * Call it before anything starts a thread or opens a graphics context, and after endCleanlyOnSignals().
  * @param input what the line names when the work crashes
  * @param outputFolders where unfinished files of the work may lie then
- * @throws CommandError with InputUnreadable if the work crashes
+ * @param seconds of processor time that the work may take: a damaged file can make OpenSceneGraph run without end
+ * @throws CommandError with InputUnreadable if the work crashes or takes longer
  */
 ExitStatus runGuarded(const std::string& input, const std::vector<std::filesystem::path>& outputFolders,
-                      const std::function<ExitStatus()>& work);
+                      const std::function<ExitStatus()>& work, unsigned int seconds = 3600);
 
 }  // namespace veltrane::sceneutils::tool
