@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -1030,4 +1031,20 @@ TEST(ShaderGenerator, KeepsQuietOnAnOrdinaryGraph) {
 
     EXPECT_EQ(standardError.text(), "");
     EXPECT_EQ(osgMessages.text(), "");
+}
+
+TEST(ShaderGenerator, RemembersNothingOfAWalkThatACallbackEndedByThrowing) {
+    struct ThrowingNode : osg::Group {
+        void traverse(osg::NodeVisitor&) override { throw std::runtime_error("from the application"); }
+    };
+    const osg::ref_ptr<osg::StateSet> textured = new osg::StateSet;
+    textured->setTextureAttributeAndModes(3, makeTexture());
+    const osg::ref_ptr<osg::Group> throwing = makeGroup(textured);
+    throwing->addChild(new ThrowingNode);
+    EXPECT_THROW(ShaderGenerator::instance()->process(throwing, false, false, false, false), std::runtime_error);
+
+    const osg::ref_ptr<osg::StateSet> plain = new osg::StateSet;
+    makeGroup(plain)->accept(*ShaderGenerator::instance());
+
+    EXPECT_EQ(plain->getAttribute(osg::StateAttribute::PROGRAM)->getName(), "shader_t");
 }

@@ -135,6 +135,7 @@ protected:
     virtual void createVertexSource(std::string& out, const ShaderFeatures& features);
 
 private:
+    void walk(osg::Node& node, osg::StateSet* inherited);
     void enter(osg::StateSet& own, osg::Drawable* drawable);
     void leave();
     osg::ref_ptr<osg::StateSet> accumulateAll(const osg::StateSet& own) const;

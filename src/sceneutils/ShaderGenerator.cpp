@@ -44,6 +44,22 @@ private:
     T _remembered;
 };
 
+/** Takes off a stack what is pushed in a scope, also when a callback of the graph throws in it. */
+template <typename T>
+class ScopedDepth {
+public:
+    explicit ScopedDepth(std::vector<T>& stack) : _stack(stack), _depth(stack.size()) {}
+    ~ScopedDepth() {
+        while (_stack.size() > _depth) _stack.pop_back();
+    }
+    ScopedDepth(const ScopedDepth&) = delete;
+    ScopedDepth& operator=(const ScopedDepth&) = delete;
+
+private:
+    std::vector<T>& _stack;
+    std::size_t _depth;
+};
+
 osg::ref_ptr<osg::StateSet> inheritedState(const osg::Group* parent) {
     osg::ref_ptr<osg::StateSet> inherited = new osg::StateSet;
     if (!parent) return inherited;
@@ -224,18 +240,21 @@ void ShaderGenerator::process(osg::Node* node, osg::Group* parent, bool shadow, 
     _fog = fog;
     _rootProcessed = false;
 
-    const osg::ref_ptr<osg::StateSet> inherited = inheritedState(parent);
-    _stateSetStack.push_back(inherited);
-    _shaderStateStack.emplace_back().merge(*inherited);
-    node->accept(*this);
-    _shaderStateStack.pop_back();
-    _stateSetStack.pop_back();
+    walk(*node, inheritedState(parent));
 
     // Nothing ever sets the flag: the root is always classified by itself as well.
     if (!_rootProcessed) {
         osg::StateSet* rootState = node->getOrCreateStateSet();
         applyStateSet(rootState, rootState, nullptr);
     }
+}
+
+void ShaderGenerator::walk(osg::Node& node, osg::StateSet* inherited) {
+    const ScopedDepth<osg::ref_ptr<osg::StateSet>> ofStateSets(_stateSetStack);
+    const ScopedDepth<ShaderState> ofShaderStates(_shaderStateStack);
+    _stateSetStack.push_back(inherited);
+    _shaderStateStack.emplace_back().merge(*inherited);
+    node.accept(*this);
 }
 
 void ShaderGenerator::setShadowTex(int unit) {
