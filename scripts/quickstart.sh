@@ -21,7 +21,9 @@ echo "== Converted into a paged database"
 cat <<TEXT
 == What there is now
 $folder/paged is a database by itself: world.ive, one .ive file for each model in the folders that the models had, and
-the textures. Move or copy the folder as you like. To fly around in it (package openscenegraph):
+the textures. Move or copy the folder as you like. A picture of it, what is in it, and (package openscenegraph) a flight:
 
+    $PWD/$tool render $folder/paged/world.ive -o world.png
+    $PWD/$tool info $folder/paged/world.ive --recurse
     osgviewer $folder/paged/world.ive
 TEXT

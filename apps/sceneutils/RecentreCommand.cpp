@@ -2,6 +2,7 @@
 
 #include "files/GraphFile.h"
 #include "files/GuardedWork.h"
+#include "files/InputGuard.h"
 #include "files/Interruption.h"
 #include "files/OutputFormat.h"
 #include "recentre/Recentring.h"
@@ -71,7 +72,9 @@ void writeReportAsJson(const Request& request, const Recentring& done) {
 
 Recentring recentre(const Request& request) {
     try {
-        return recentre(readGraph(request.input), request.options);
+        const osg::ref_ptr<osg::Node> graph = readGraph(request.input);
+        checkIsNoInput(request.output, request.input, *graph);
+        return recentre(graph, request.options);
     } catch (const RecentreError& error) {
         throw CommandError(ExitStatus::NotSupported, request.input + ": cannot be recentred: " + error.what());
     }
@@ -80,6 +83,7 @@ Recentring recentre(const Request& request) {
 ExitStatus writeRecentred(const Request& request) {
     if (!std::isfinite(request.options.minDistance) || request.options.minDistance < 0.0)
         throw CommandError(ExitStatus::Usage, "--min-distance: a distance is 0 or more");
+    checkIsNative(request.output, "transforms");
     checkOutput(request.output, request.overwrite);
     const Recentring done = recentre(request);
     writeGraph(done.graph, request.output, request.overwrite);

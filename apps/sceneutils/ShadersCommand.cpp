@@ -13,14 +13,11 @@
 #include <offscreen/ProgramCheck.h>
 #include <sceneutils/ShaderGenerator.h>
 
-#include <osgDB/FileNameUtils>
-
 #include <CLI/CLI.hpp>
 
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <set>
 
 namespace fs = std::filesystem;
 
@@ -50,22 +47,12 @@ std::string checkNotEmpty(const std::string& text) {
     return text.empty() ? "the name is empty" : "";
 }
 
-// Other formats would take the graph and drop the programs.
-void checkKeepsPrograms(const fs::path& output) {
-    static const std::set<std::string> endings = {"ive", "osg", "osgb", "osgt", "osgx"};
-    if (endings.count(osgDB::getLowerCaseFileExtension(output.string())) != 0) return;
-    throw CommandError(ExitStatus::Usage,
-                       output.string() +
-                           ": the output's name must end in .ive, .osg, .osgb, .osgt or .osgx; no other "
-                           "format keeps programs");
-}
-
 void checkOutputs(const ShadersArguments& arguments) {
     if (arguments.output.empty()) {
         if (arguments.check || !arguments.saveFolder.empty()) return;
         throw CommandError(ExitStatus::Usage, "OUT is required unless --check or --save is given (see --help)");
     }
-    checkKeepsPrograms(arguments.output);
+    checkIsNative(arguments.output, "programs");
     checkIsNoInput(arguments.output, arguments.input);
     checkOutput(arguments.output, arguments.overwrite);
 }

@@ -95,3 +95,13 @@ TEST(CommandLine, RefusesRangesAndTimesThatMakeNoSense) {
 TEST(PlainText, HasNoControlCharactersAndKeepsEverythingElse) {
     EXPECT_EQ(veltrane::sceneutils::tool::withoutControlCharacters("a\nb\tc\x1b\x7f\xc3\xa9"), "a?b?c??\xc3\xa9");
 }
+
+TEST(PlainText, WritesNumbersWithoutExponentsAndWithTheDigitsThatTheyNeed) {
+    using veltrane::sceneutils::tool::asText;
+
+    EXPECT_EQ(asText(500000.0f), "500000");
+    EXPECT_EQ(asText(-0.1f), "-0.1");
+    EXPECT_EQ(asText(1e-5f), "0.00001");
+    EXPECT_EQ(asText(1.1754944e-38f).size(), 47u);
+    EXPECT_EQ(asText(osg::Vec3f(5e5f, 0.0f, 2.5f)), "500000,0,2.5");
+}

@@ -232,6 +232,38 @@ TEST(RecentreCommand, NeverReplacesAnOutputUnlessTold) {
     EXPECT_EQ(nlohmann::json::parse(replaced.output)["options"]["overwrite"], true);
 }
 
+TEST(RecentreCommand, NeverReplacesItsInputNorAFileThatWasReadWithIt) {
+    const TemporaryDirectory folder;
+    writeFlight(folder / "a.flt", 10.0f, {"b.flt"});
+    writeFlight(folder / "b.flt", 20.0f);
+    osgDB::writeNodeFile(*makeGeode(makeSquare(farAway)), folder / "in.osgb");
+    const FolderState before = stateOf(folder.path());
+
+    const ToolResult onItself = runTool({"recentre", folder / "in.osgb", folder / "in.osgb", "--overwrite"});
+    fs::create_symlink("b.flt", folder / "link.osgb");
+    const ToolResult onItsPart = runTool({"recentre", folder / "a.flt", folder / "link.osgb", "--overwrite"});
+
+    EXPECT_EQ(onItself.status, 4);
+    EXPECT_EQ(onItself.errors, "sceneutils: " + (folder / "in.osgb: is one of the inputs; choose another name\n"));
+    EXPECT_EQ(onItsPart.status, 4);
+    EXPECT_EQ(onItsPart.errors, "sceneutils: " + (folder / "link.osgb: is one of the inputs; choose another name\n"));
+    fs::remove(folder / "link.osgb");
+    EXPECT_EQ(stateOf(folder.path()), before);
+}
+
+TEST(RecentreCommand, RefusesFormatsThatKeepNoTransforms) {
+    const Town town;
+    for (const char* name : {"out.obj", "out.stl", "out.flt", "out"}) {
+        const std::string output = town.folder() / name;
+        const ToolResult result = runTool({"recentre", town.input(), output});
+
+        EXPECT_EQ(result.status, 1) << name;
+        EXPECT_EQ(result.errors, "sceneutils: " + output +
+                                     ": the output's name must end in .ive, .osg, .osgb, .osgt or .osgx; no other "
+                                     "format keeps transforms\n");
+    }
+}
+
 TEST(RecentreCommand, LeavesNothingBehindWhenTheDiskIsFull) {
     const Town town;
     ToolSettings settings;

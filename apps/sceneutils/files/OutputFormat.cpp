@@ -1,12 +1,15 @@
 #include "OutputFormat.h"
 
 #include "../Command.h"
+#include "OsgMessages.h"
+#include "PlainText.h"
 #include "WholeFile.h"
 
 #include <osgDB/FileNameUtils>
 #include <osgDB/Registry>
 
 #include <csignal>
+#include <iostream>
 #include <set>
 
 #include <unistd.h>
@@ -19,7 +22,7 @@ namespace veltrane::sceneutils::tool {
 namespace {
 
 constexpr const char* keepReferenceNames = "useOriginalExternalReferences noWriteExternalReferenceFiles";
-constexpr const char* allDigits = " precision 17";  // of numbers in text formats, which have six otherwise
+constexpr const char* allDigits = "precision 17";  // of numbers in text formats, which have six otherwise
 
 std::string endingOf(const fs::path& path) {
     return osgDB::getLowerCaseFileExtension(path.string());
@@ -34,13 +37,13 @@ ReaderWriter* findWriter(const fs::path& path) {
 }
 
 osg::ref_ptr<osgDB::Options> writerOptions(const fs::path& path) {
-    osg::ref_ptr<osgDB::Options> options = new osgDB::Options(keepReferenceNames);
+    osg::ref_ptr<osgDB::Options> options = new osgDB::Options;
+    if (endingOf(path) == "ive") options->setOptionString(keepReferenceNames);
     options->setDatabasePath(path.parent_path().string());
     options->setPluginStringData("filename", path.string());
     const std::string ending = endingOf(path);
     options->setPluginStringData("fileType", ending == "osgt" ? "Ascii" : ending == "osgx" ? "XML" : "Binary");
-    if (ending == "osgt" || ending == "osgx" || ending == "osg")
-        options->setOptionString(keepReferenceNames + std::string(allDigits));
+    if (ending == "osgt" || ending == "osgx" || ending == "osg") options->setOptionString(allDigits);
     return options;
 }
 
@@ -99,7 +102,10 @@ private:
 void writeFiles(const fs::path& path, bool mayOverwrite, const decltype(OutputCalls::toFile)& write) {
     const Workshop workshop(path);
     const fs::path made = workshop.path() / path.filename();
+    const OsgMessages messages;
     checkResult(write(*findWriter(path), made.string(), writerOptions(path).get()), path);
+    for (const std::string& line : messages.lines())
+        std::cerr << "sceneutils: " << withoutControlCharacters(path.string() + ": " + line) << "\n";
     std::error_code error;
     if (fs::file_size(made, error) == 0 || error) failToWrite(path, "OpenSceneGraph wrote nothing");
 
@@ -122,6 +128,16 @@ void checkOutput(const fs::path& path, bool mayOverwrite) {
     } catch (const OutputError& error) {
         throw CommandError(ExitStatus::OutputNotWritten, error.what());
     }
+}
+
+void checkIsNative(const fs::path& path, const std::string& kept) {
+    static const std::set<std::string> endings = {"ive", "osg", "osgb", "osgt", "osgx"};
+    if (endings.count(endingOf(path)) != 0) return;
+    throw CommandError(ExitStatus::Usage,
+                       path.string() +
+                           ": the output's name must end in .ive, .osg, .osgb, .osgt or .osgx; no other "
+                           "format keeps " +
+                           kept);
 }
 
 void writeOutput(const fs::path& path, bool mayOverwrite, const OutputCalls& calls) {

@@ -16,6 +16,13 @@ namespace veltrane::sceneutils::tool {
  */
 void checkOutput(const std::filesystem::path& path, bool mayOverwrite);
 
+/**
+ * Refuses formats that are not OpenSceneGraph's own: they would take a graph and drop some of it.
+ * @param kept what would be dropped, for the message
+ * @throws CommandError with Usage
+ */
+void checkIsNative(const std::filesystem::path& path, const std::string& kept);
+
 /** How a plug-in is told to write, into a stream and as a file of that name. */
 struct OutputCalls {
     std::function<osgDB::ReaderWriter::WriteResult(osgDB::ReaderWriter&, std::ostream&, const osgDB::Options*)>

@@ -13,8 +13,8 @@ std::string withoutControlCharacters(std::string text) {
 }
 
 std::string asText(float number) {
-    char text[64];
-    return {text, std::to_chars(text, text + sizeof text, number).ptr};
+    char text[64];  // the longest such number has 48 characters
+    return {text, std::to_chars(text, text + sizeof text, number, std::chars_format::fixed).ptr};
 }
 
 std::string asText(const osg::Vec3f& point) {

@@ -10,7 +10,7 @@ namespace veltrane::sceneutils::tool {
 /** A name from a damaged file can hold anything; one problem is one line, and a terminal is not to be steered by it. */
 std::string withoutControlCharacters(std::string text);
 
-/** The shortest text that reads back as the same number. */
+/** The shortest text without an exponent that reads back as the same number. */
 std::string asText(float number);
 
 /** "X,Y,Z" */
