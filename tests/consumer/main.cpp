@@ -6,6 +6,7 @@
 #include <sceneutils/CreatePagedLODVisitor.h>
 #include <sceneutils/Export.h>
 #include <sceneutils/FindNodeVisitor.h>
+#include <sceneutils/FlattenUselessLODs.h>
 #include <sceneutils/ForceTextureFilter.h>
 #include <sceneutils/OpenFlightLODCreator.h>
 #include <sceneutils/SceneUtils.h>
