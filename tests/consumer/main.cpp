@@ -9,6 +9,7 @@
 #include <sceneutils/FlattenUselessLODs.h>
 #include <sceneutils/ForceTextureFilter.h>
 #include <sceneutils/OpenFlightLODCreator.h>
+#include <sceneutils/RemoveNamesAndDescriptions.h>
 #include <sceneutils/SceneUtils.h>
 #include <sceneutils/ShaderGenerator.h>
 #include <sceneutils/StateSetVisitor.h>
