@@ -5,7 +5,6 @@
 
 #include <gmock/gmock.h>
 
-#include <osg/AnimationPath>
 #include <osg/Billboard>
 #include <osg/Material>
 #include <osg/MatrixTransform>
@@ -111,16 +110,6 @@ TYPED_TEST(KindFoundByName, KeepsEverything) {
     strip(*node);
 
     expectFull(*node);
-}
-
-TEST(RemoveNamesAndDescriptions, LeavesANodeAloneThatIsAnAnimationPathToo) {
-    struct NodeAndPath : osg::Group, osg::AnimationPath {};
-    const osg::ref_ptr<osg::Group> node = new NodeAndPath;
-    node->setName("name");
-
-    strip(*node);
-
-    EXPECT_EQ(node->getName(), "name");
 }
 
 TEST(RemoveNamesAndDescriptions, StripsWhatHangsBelowAKindFoundByName) {
