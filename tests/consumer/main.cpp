@@ -9,6 +9,7 @@
 #include <sceneutils/FlattenUselessLODs.h>
 #include <sceneutils/ForceTextureFilter.h>
 #include <sceneutils/OpenFlightLODCreator.h>
+#include <sceneutils/OptimizeBatches.h>
 #include <sceneutils/RemoveNamesAndDescriptions.h>
 #include <sceneutils/SceneUtils.h>
 #include <sceneutils/ShaderGenerator.h>
@@ -118,6 +119,11 @@ int main() {
     root->addChild(hinted);
     OpenFlightLODCreator().process(root);
     expect(hinted->getParent(0) != root, "the hint becomes an LOD");
+
+    OptimizeBatches optimizer;
+    optimizer.setUnspatializeRadius(100.0);
+    optimizer.process(root);
+    expect(optimizer.getUnspatializeRadius() == 100.0, "the radius is kept");
 
     return failures == 0 ? 0 : 1;
 }
