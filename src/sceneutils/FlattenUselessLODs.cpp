@@ -1,7 +1,7 @@
 #include <sceneutils/FlattenUselessLODs.h>
 
 #include "ChildReplacer.h"
-#include "HeldRoot.h"
+#include "HeldNode.h"
 #include "VisitorSettings.h"
 
 #include <osg/Group>
@@ -82,7 +82,7 @@ FlattenUselessLODs::~FlattenUselessLODs() = default;
 
 void FlattenUselessLODs::process(osg::Node* node, float minRange, float maxRange) {
     if (!node) return;
-    const HeldRoot held(node);
+    const HeldNode held(node);
     FlattenUselessLODs visitor(minRange, maxRange);
     node->accept(visitor);
 

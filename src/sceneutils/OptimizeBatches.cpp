@@ -2,7 +2,7 @@
 
 #include <sceneutils/FlattenUselessLODs.h>
 
-#include "HeldRoot.h"
+#include "HeldNode.h"
 #include "MergeGuards.h"
 #include "MyCopySharedSubgraphsVisitor.h"
 #include "UnspatializeSmallAreas.h"
@@ -34,7 +34,7 @@ OptimizeBatches::~OptimizeBatches() = default;
 
 void OptimizeBatches::process(osg::Node* node) {
     if (!node) return;
-    const HeldRoot held(node);
+    const HeldNode held(node);
 
     FlattenUselessLODs::process(node, nearestSeen, farthestSeen);
     node->accept(_nameRemover);

@@ -1,6 +1,6 @@
 #include "UnspatializeSmallAreas.h"
 
-#include "HeldRoot.h"
+#include "HeldNode.h"
 #include "VisitorSettings.h"
 
 #include <osg/LOD>
@@ -124,7 +124,7 @@ UnspatializeSmallAreas::~UnspatializeSmallAreas() = default;
 
 void UnspatializeSmallAreas::process(osg::Node* node, double radius) {
     if (!node) return;
-    const HeldRoot held(node);
+    const HeldNode held(node);
     UnspatializeSmallAreas visitor(radius);
     for (int round = 0; round < 2; ++round) {
         node->accept(visitor);

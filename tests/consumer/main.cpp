@@ -8,6 +8,7 @@
 #include <sceneutils/FindNodeVisitor.h>
 #include <sceneutils/FlattenUselessLODs.h>
 #include <sceneutils/ForceTextureFilter.h>
+#include <sceneutils/MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor.h>
 #include <sceneutils/OpenFlightLODCreator.h>
 #include <sceneutils/OptimizeBatches.h>
 #include <sceneutils/RemoveNamesAndDescriptions.h>
