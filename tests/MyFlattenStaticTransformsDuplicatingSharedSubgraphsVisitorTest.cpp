@@ -232,6 +232,25 @@ TEST(FlattenTransforms, ReplacesASharedTransformInEachOfItsPlaces) {
     EXPECT_EQ(transform->getNumParents(), 0u);
 }
 
+TEST(FlattenTransforms, KeepsThePlacesAmongManySiblings) {
+    const auto root = makeGroup();
+    for (int i = 0; i < 100; ++i) {
+        const auto inner = makeShift(osg::Vec3d(1000.0 * (i % 3), 0, 0), nullptr);
+        for (int j = 0; j < 20; ++j) inner->addChild(makeShift(osg::Vec3d(j, 0, 0), makePairGeode(osg::Vec3())));
+        root->addChild(inner);
+    }
+
+    Flatten::process(root, 400.0);
+
+    for (unsigned int i = 0; i < 100; ++i) {
+        const osg::Group* inner = root->getChild(i)->asGroup();
+        ASSERT_EQ(root->getChild(i)->asTransform() != nullptr, i % 3 != 0);
+        for (unsigned int j = 0; j < 20; ++j)
+            ASSERT_EQ(pointsOf(inner->getChild(j)->asGroup()->getChild(0)->asGeode()),
+                      pairAt(osg::Vec3(static_cast<float>(j), 0, 0)));
+    }
+}
+
 TEST(FlattenTransforms, DuplicatesAGroupThatIsSharedBelowAFlattenedTransform) {
     const auto shared = makeGroup({makePairGeode(osg::Vec3())});
     const auto root = makeGroup({makeShift(shift, makeGroup({shared})), shared});

@@ -10,7 +10,11 @@
 #include <osg/Transform>
 #include <osgUtil/Optimizer>
 
+#include <memory>
+
 namespace veltrane::sceneutils {
+
+class ChildReplacer;
 
 /**
  * Pushes static transforms into the vertices below them, except those that reach farther than a limit: vertices far
@@ -80,6 +84,7 @@ private:
     void moveCenter(osg::LOD& lod) const;
 
     double _squaredLimit;
+    std::unique_ptr<ChildReplacer> _replacer;  ///< knows the places of the children of large groups
 };
 
 }  // namespace veltrane::sceneutils

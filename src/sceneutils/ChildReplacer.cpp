@@ -24,14 +24,15 @@ void ChildReplacer::replaceAll(osg::Group& parent, osg::Node& child, osg::Node& 
     }
 }
 
-ChildReplacer::Places& ChildReplacer::placesIn(const osg::Group& parent) {
-    const auto [entry, isNew] = _places.try_emplace(&parent);
-    if (!isNew) return entry->second;
+ChildReplacer::Places& ChildReplacer::placesIn(osg::Group& parent) {
+    Table& table = _tables[&parent];
+    if (table.parent.valid()) return table.places;
 
-    Places& places = entry->second;
-    places.reserve(parent.getNumChildren());
-    for (unsigned int i = parent.getNumChildren(); i-- > 0;) places[parent.getChild(i)].push_back(i);
-    return places;
+    table.parent = &parent;
+    table.places.clear();
+    table.places.reserve(parent.getNumChildren());
+    for (unsigned int i = parent.getNumChildren(); i-- > 0;) table.places[parent.getChild(i)].push_back(i);
+    return table.places;
 }
 
 }  // namespace veltrane::sceneutils

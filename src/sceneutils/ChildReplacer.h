@@ -1,6 +1,7 @@
 #pragma once
 
 #include <osg/Group>
+#include <osg/observer_ptr>
 
 #include <unordered_map>
 #include <vector>
@@ -23,9 +24,14 @@ private:
     /** For each child its indices that are left, the first one last. */
     using Places = std::unordered_map<const osg::Node*, std::vector<unsigned int>>;
 
-    Places& placesIn(const osg::Group& parent);
+    struct Table {
+        osg::observer_ptr<osg::Group> parent;  ///< no longer valid: another group may have its address
+        Places places;
+    };
 
-    std::unordered_map<const osg::Group*, Places> _places;
+    Places& placesIn(osg::Group& parent);
+
+    std::unordered_map<const osg::Group*, Table> _tables;
 };
 
 }  // namespace veltrane::sceneutils

@@ -1,5 +1,6 @@
 #include <sceneutils/MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor.h>
 
+#include "ChildReplacer.h"
 #include "EventCallbacks.h"
 #include "HeldNode.h"
 #include "VisitorSettings.h"
@@ -48,10 +49,10 @@ void dirtyArraysOf(osg::Geode& geode) {
 }  // namespace
 
 Flatten::MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor(double squaredLimit)
-    : Base(nullptr), _squaredLimit(squaredLimit) {}
+    : Base(nullptr), _squaredLimit(squaredLimit), _replacer(new ChildReplacer) {}
 
 Flatten::MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor(const Flatten& other)
-    : osg::Object(other), Base(other), _squaredLimit(other._squaredLimit) {}
+    : osg::Object(other), Base(other), _squaredLimit(other._squaredLimit), _replacer(new ChildReplacer) {}
 
 Flatten& Flatten::operator=(const Flatten& other) {
     copyVisitorSettings(*this, other);
@@ -84,7 +85,7 @@ void Flatten::apply(osg::LOD& lod) {
         return;
     }
     copyEventCallbacks(lod, *copy);
-    parent->replaceChild(&lod, copy);
+    _replacer->replace(*parent, lod, *copy);
     _nodePath.back() = copy;
     moveCenter(*copy);
     traverse(*copy);
@@ -111,7 +112,7 @@ void Flatten::originalApply(osg::Transform& transform) {
     if (osg::Group* parent = parentOnThePath()) {
         copyEventCallbacks(transform, *group);
         const HeldNode held(&transform);
-        parent->replaceChild(&transform, group);
+        _replacer->replace(*parent, transform, *group);
         _nodePath.back() = group;
         traverse(*group);
     } else {
@@ -133,7 +134,7 @@ void Flatten::apply(osg::Group& group) {
         return;
     }
     copyEventCallbacks(group, *copy);
-    parent->replaceChild(&group, copy);
+    _replacer->replace(*parent, group, *copy);
     _nodePath.back() = copy;
     traverse(*copy);
 }
@@ -167,7 +168,7 @@ void Flatten::apply(osg::Drawable& drawable) {
     const osg::ref_ptr<osg::Drawable> copy = osg::clone(&drawable, osg::CopyOp(copyOfShared));
     if (!copy) return;
     copyEventCallbacks(drawable, *copy);
-    parent->replaceChild(&drawable, copy);
+    _replacer->replace(*parent, drawable, *copy);
     transformDrawable(*copy);
 }
 
