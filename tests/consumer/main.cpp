@@ -6,8 +6,12 @@
 #include <sceneutils/CreatePagedLODVisitor.h>
 #include <sceneutils/Export.h>
 #include <sceneutils/FindNodeVisitor.h>
+#include <sceneutils/FlattenUselessLODs.h>
 #include <sceneutils/ForceTextureFilter.h>
+#include <sceneutils/MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor.h>
 #include <sceneutils/OpenFlightLODCreator.h>
+#include <sceneutils/OptimizeBatches.h>
+#include <sceneutils/RemoveNamesAndDescriptions.h>
 #include <sceneutils/SceneUtils.h>
 #include <sceneutils/ShaderGenerator.h>
 #include <sceneutils/StateSetVisitor.h>
@@ -116,6 +120,11 @@ int main() {
     root->addChild(hinted);
     OpenFlightLODCreator().process(root);
     expect(hinted->getParent(0) != root, "the hint becomes an LOD");
+
+    OptimizeBatches optimizer;
+    optimizer.setUnspatializeRadius(100.0);
+    optimizer.process(root);
+    expect(optimizer.getUnspatializeRadius() == 100.0, "the radius is kept");
 
     return failures == 0 ? 0 : 1;
 }

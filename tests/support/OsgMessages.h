@@ -3,15 +3,17 @@
 #include <osg/Notify>
 #include <osg/ref_ptr>
 
+#include <map>
 #include <string>
 
 namespace testing_support {
 
-/** Catches what OpenSceneGraph reports through osg::notify, notices and graver, while it lives. */
+/** Catches what OpenSceneGraph reports through osg::notify, by default notices and graver, while it lives. */
 class OsgMessages {
 public:
-    OsgMessages() : _ownLevel(osg::getNotifyLevel()), _ownHandler(osg::getNotifyHandler()), _handler(new Handler) {
-        osg::setNotifyLevel(osg::NOTICE);
+    explicit OsgMessages(osg::NotifySeverity level = osg::NOTICE)
+        : _ownLevel(osg::getNotifyLevel()), _ownHandler(osg::getNotifyHandler()), _handler(new Handler) {
+        osg::setNotifyLevel(level);
         osg::setNotifyHandler(_handler);
     }
     ~OsgMessages() {
@@ -23,10 +25,17 @@ public:
 
     const std::string& text() const { return _handler->text; }
 
+    /** What was reported at that severity. */
+    std::string textOf(osg::NotifySeverity severity) const { return _handler->texts[severity]; }
+
 private:
     struct Handler : osg::NotifyHandler {
-        void notify(osg::NotifySeverity, const char* message) override { text += message; }
+        void notify(osg::NotifySeverity severity, const char* message) override {
+            text += message;
+            texts[severity] += message;
+        }
         std::string text;
+        std::map<osg::NotifySeverity, std::string> texts;
     };
 
     osg::NotifySeverity _ownLevel;

@@ -1,0 +1,272 @@
+#include "Table.h"
+
+#include <sceneutils/FlattenUselessLODs.h>
+#include <sceneutils/MyCopySharedSubgraphsVisitor.h>
+#include <sceneutils/MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor.h>
+#include <sceneutils/OptimizeBatches.h>
+#include <sceneutils/RemoveNamesAndDescriptions.h>
+#include <sceneutils/UnspatializeSmallAreas.h>
+
+#include <osg/Geode>
+#include <osg/Geometry>
+#include <osg/LOD>
+#include <osg/MatrixTransform>
+#include <osg/Notify>
+#include <osgUtil/Optimizer>
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <time.h>
+
+using namespace veltrane::sceneutils;
+using benchmarks::Table;
+
+namespace {
+
+constexpr int modelsPerBlock = 10;
+constexpr int blocksPerQuarter = 10;
+constexpr int blocksPerRow = 100;
+constexpr float blockSize = 100.0f;
+constexpr int distinctStates = 3;
+constexpr int placesPerModel = 100;    // of shared models
+constexpr double smallRadius = 200.0;  // a block, but not a quarter
+constexpr double largeRadius = 1e9;
+
+using Node = osg::ref_ptr<osg::Node>;
+using Group = osg::ref_ptr<osg::Group>;
+
+/** Makes towns: quarters of blocks of models, one state in turn after the other. */
+class Builder {
+public:
+    Builder() {
+        for (int i = 0; i < distinctStates; ++i) {
+            _states.push_back(new osg::StateSet);
+            _states.back()->setMode(GL_LIGHT0 + static_cast<unsigned int>(i), osg::StateAttribute::ON);
+        }
+    }
+
+    Node makeModel(int index) const {
+        const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+        const int block = index / modelsPerBlock;
+        const osg::Vec3 corner(blockSize * static_cast<float>(block % blocksPerRow),
+                               blockSize * static_cast<float>(block / blocksPerRow), 0.0f);
+        geode->addDrawable(osg::createTexturedQuadGeometry(corner, osg::Vec3(10, 0, 0), osg::Vec3(0, 10, 0)));
+        geode->setStateSet(_states[static_cast<std::size_t>(index % distinctStates)]);
+        geode->setName("model");
+        return geode;
+    }
+
+    /** Ten drawables: two levels of detail of a tree, one house under a transform, one seen always, six others. */
+    Group makeBlock(int first) const {
+        const Group block = new osg::Group;
+        const osg::ref_ptr<osg::LOD> tree = new osg::LOD, always = new osg::LOD;
+        tree->addChild(makeModel(first), 0.0f, 100.0f);
+        tree->addChild(makeModel(first + 1), 100.0f, 1000.0f);
+        always->addChild(makeModel(first + 2), 0.0f, 20000.0f);
+        block->addChild(tree);
+        block->addChild(always);
+        block->addChild(makeTransform(makeModel(first + 3)));
+        for (int i = 4; i < modelsPerBlock; ++i) block->addChild(makeModel(first + i));
+        return block;
+    }
+
+    Group makeTown(int drawables) const {
+        const Group town = new osg::Group;
+        Group quarter;
+        for (int block = 0; block < drawables / modelsPerBlock; ++block) {
+            if (block % blocksPerQuarter == 0) {
+                quarter = new osg::Group;
+                town->addChild(quarter);
+            }
+            quarter->addChild(makeBlock(block * modelsPerBlock));
+        }
+        return town;
+    }
+
+    static Group makeTransform(const Node& child) {
+        const osg::ref_ptr<osg::MatrixTransform> transform =
+            new osg::MatrixTransform(osg::Matrixd::translate(20, 0, 0));
+        transform->setDataVariance(osg::Object::STATIC);
+        transform->addChild(child);
+        return transform;
+    }
+
+private:
+    std::vector<osg::ref_ptr<osg::StateSet>> _states;
+};
+
+Group makeSiblings(int count, const std::function<Node(int)>& make) {
+    const Group root = new osg::Group;
+    for (int i = 0; i < count; ++i) root->addChild(make(i));
+    return root;
+}
+
+Group makeUselessLODs(int count) {
+    const Builder builder;
+    return makeSiblings(count, [&builder](int i) {
+        const osg::ref_ptr<osg::LOD> lod = new osg::LOD;
+        lod->addChild(builder.makeModel(i), 0.0f, 20000.0f);
+        return lod;
+    });
+}
+
+Group makeTransforms(int count) {
+    const Builder builder;
+    return makeSiblings(count, [&builder](int i) { return Builder::makeTransform(builder.makeModel(i)); });
+}
+
+Group makeSharedModels(int count) {
+    const Builder builder;
+    std::vector<Node> models;
+    for (int i = 0; i < std::max(1, count / placesPerModel); ++i) models.push_back(builder.makeModel(i));
+    return makeSiblings(count, [&models](int i) {
+        return Builder::makeTransform(models[static_cast<std::size_t>(i) % models.size()]);
+    });
+}
+
+Group makeTwinSiblings(int count) {
+    const Builder builder;
+    const Group left = makeSiblings(count / 2, [&builder](int i) { return builder.makeModel(i); });
+    const Group right = makeSiblings(count / 2, [&left, count](int i) {
+        return Node(left->getChild(static_cast<unsigned int>(count / 2 - 1 - i)));
+    });
+    return makeSiblings(2, [&left, &right](int i) { return Node(i == 0 ? left : right); });
+}
+
+void copyShared(osg::Node& graph) {
+    MyCopySharedSubgraphsVisitor visitor(nullptr);
+    graph.accept(visitor);
+    visitor.copySharedNodes();
+}
+
+void optimizeBatches(osg::Node& graph, double radius) {
+    OptimizeBatches optimizer;
+    optimizer.setUnspatializeRadius(radius);
+    optimizer.process(&graph);
+}
+
+void optimizeByOsg(osg::Node& graph, unsigned int options) {
+    osgUtil::Optimizer().optimize(&graph, options);
+}
+
+struct Way {
+    std::string name;
+    std::function<Group(int)> make;
+    std::function<void(osg::Node&)> run;
+};
+
+Group makeTown(int drawables) {
+    return Builder().makeTown(drawables);
+}
+
+std::vector<Way> makeWays() {
+    return {
+        {"optimizer ALL", makeTown, [](auto& graph) { optimizeByOsg(graph, osgUtil::Optimizer::ALL_OPTIMIZATIONS); }},
+        {"optimizer DEFAULT", makeTown,
+         [](auto& graph) { optimizeByOsg(graph, osgUtil::Optimizer::DEFAULT_OPTIMIZATIONS); }},
+        {"batches, radius 0", makeTown, [](auto& graph) { optimizeBatches(graph, 0.0); }},
+        {"batches, small radius", makeTown, [](auto& graph) { optimizeBatches(graph, smallRadius); }},
+        {"batches, large radius", makeTown, [](auto& graph) { optimizeBatches(graph, largeRadius); }},
+        {"step: useless LODs", makeUselessLODs, [](auto& graph) { FlattenUselessLODs::process(&graph, 0, 20000); }},
+        {"step: names", makeTown, [](auto& graph) { RemoveNamesAndDescriptions::process(&graph); }},
+        {"step: 100 places a model", makeSharedModels, copyShared},
+        {"step: two large groups share", makeTwinSiblings, copyShared},
+        {"step: small areas", makeTown, [](auto& graph) { UnspatializeSmallAreas::process(&graph, smallRadius); }},
+        {"step: one large area", makeTown, [](auto& graph) { UnspatializeSmallAreas::process(&graph, largeRadius); }},
+        {"limited transforms", makeTransforms,
+         [](auto& graph) { MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor::process(&graph, largeRadius); }},
+    };
+}
+
+class DrawableCounter : public osg::NodeVisitor {
+public:
+    DrawableCounter() : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN) {}
+    void apply(osg::Drawable&) override { ++count; }
+    int count = 0;
+};
+
+/** Milliseconds of this thread's processor time. */
+double now() {
+    timespec time = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
+}
+
+struct Measurement {
+    double milliseconds;
+    int drawablesLeft;
+};
+
+/** The median over fresh graphs. */
+Measurement measure(const Way& way, int drawables, int repeats) {
+    std::vector<double> times;
+    DrawableCounter counter;
+    for (int i = 0; i < repeats; ++i) {
+        const Group graph = way.make(drawables);
+        const double start = now();
+        way.run(*graph);
+        times.push_back(now() - start);
+        if (i == 0) graph->accept(counter);
+    }
+    std::sort(times.begin(), times.end());
+    return {times[times.size() / 2], counter.count};
+}
+
+struct Arguments {
+    std::vector<int> drawables = {1000, 10000, 100000};
+    int repeats = 5;
+    std::string csv;
+};
+
+Table measureAll(const Arguments& arguments) {
+    Table table({"drawables", "way", "left", "ms", "of ALL", "growth"});
+    const std::vector<Way> ways = makeWays();
+    std::map<std::string, double> smaller;
+    for (const int drawables : arguments.drawables) {
+        double all = 0.0;
+        for (const Way& way : ways) {
+            const Measurement measured = measure(way, drawables, arguments.repeats);
+            if (&way == &ways.front()) all = measured.milliseconds;
+            table.row().cell(drawables, 0).cell(way.name).cell(measured.drawablesLeft, 0);
+            table.cell(measured.milliseconds, 2).cell(measured.milliseconds / all, 2);
+            const auto before = smaller.find(way.name);
+            if (before == smaller.end()) {
+                table.cell("");
+            } else {
+                table.cell(measured.milliseconds / before->second, 1);
+            }
+            smaller[way.name] = measured.milliseconds;
+        }
+    }
+    return table;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app(
+        "Times the optimisation of batches and its steps against osgUtil::Optimizer, over towns of that size.");
+    Arguments arguments;
+    app.add_option("--drawables", arguments.drawables, "Numbers of drawables, ascending")->capture_default_str();
+    app.add_option("--repeats", arguments.repeats, "Rounds, of which the medians are shown")->capture_default_str();
+    app.add_option("--csv", arguments.csv, "Also write the table to this file");
+    CLI11_PARSE(app, argc, argv);
+    osg::setNotifyLevel(osg::WARN);  // the optimizer writes a line for each drawable
+
+    const Table table = measureAll(arguments);
+    table.print(std::cout);
+    if (arguments.csv.empty()) return 0;
+    std::ofstream csv(arguments.csv);
+    table.writeCsv(csv);
+    if (csv.flush()) return 0;
+    std::cerr << arguments.csv << ": cannot be written\n";
+    return 1;
+}

@@ -1,0 +1,91 @@
+#include "MergeGuards.h"
+
+#include <osg/Billboard>
+#include <osg/LOD>
+#include <osg/NodeVisitor>
+#include <osg/Sequence>
+#include <osg/Switch>
+#include <osgSim/MultiSwitch>
+
+#include <set>
+
+namespace veltrane::sceneutils {
+
+namespace {
+
+constexpr osg::Node::NodeMask anyMask = ~0u;
+
+/** Calls a function for each group of a graph, hidden ones too. */
+template <typename Function>
+class GroupVisitor : public osg::NodeVisitor {
+public:
+    explicit GroupVisitor(Function function) : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN), _function(function) {
+        setNodeMaskOverride(anyMask);
+    }
+
+    using osg::NodeVisitor::apply;
+    void apply(osg::Group& group) override {
+        _function(group);
+        traverse(group);
+    }
+
+private:
+    Function _function;
+};
+
+template <typename Function>
+void forEachGroup(osg::Node& root, Function function) {
+    GroupVisitor<Function> visitor(function);
+    root.accept(visitor);
+}
+
+void forbid(osgUtil::Optimizer& optimizer, const osg::Node& node, unsigned int operation) {
+    optimizer.setPermissibleOptimizationsForObject(&node,
+                                                   optimizer.getPermissibleOptimizationsForObject(&node) & ~operation);
+}
+
+bool holdsDrawablesOnly(const osg::Geode& geode) {
+    for (unsigned int i = 0; i < geode.getNumChildren(); ++i)
+        if (!geode.getDrawable(i)) return false;
+    return true;
+}
+
+bool showsSomeChildren(const osg::Group& group) {
+    return dynamic_cast<const osg::LOD*>(&group) || dynamic_cast<const osg::Switch*>(&group) ||
+           dynamic_cast<const osg::Sequence*>(&group) || dynamic_cast<const osgSim::MultiSwitch*>(&group);
+}
+
+}  // namespace
+
+void keepIncompleteBillboards(osg::Node& root, osgUtil::Optimizer& optimizer) {
+    forEachGroup(root, [&optimizer](osg::Group& group) {
+        const auto* billboard = dynamic_cast<const osg::Billboard*>(&group);
+        if (!billboard) return;
+        if (billboard->getPositionList().size() < billboard->getNumChildren() || !holdsDrawablesOnly(*billboard))
+            forbid(optimizer, *billboard, osgUtil::Optimizer::FLATTEN_STATIC_TRANSFORMS);
+    });
+}
+
+void keepChosenChildren(osg::Node& root, osgUtil::Optimizer& optimizer) {
+    forEachGroup(root, [&optimizer](osg::Group& group) {
+        if (showsSomeChildren(group)) forbid(optimizer, group, osgUtil::Optimizer::MERGE_GEOMETRY);
+    });
+}
+
+MixedGeodesApart::MixedGeodesApart(osg::Node& root) {
+    std::set<osg::Geode*> mixed;
+    forEachGroup(root, [&mixed](osg::Group& group) {
+        osg::Geode* geode = group.asGeode();
+        if (geode && !holdsDrawablesOnly(*geode)) mixed.insert(geode);
+    });
+    for (osg::Geode* geode : mixed) {
+        _geodes.push_back({geode, geode->getStateSet()});
+        geode->setStateSet(new osg::StateSet);
+    }
+}
+
+MixedGeodesApart::~MixedGeodesApart() {
+    for (const SetApart& each : _geodes) each.geode->setStateSet(each.ownStateSet);
+}
+
+}  // namespace veltrane::sceneutils

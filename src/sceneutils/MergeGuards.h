@@ -1,0 +1,40 @@
+#pragma once
+
+#include <osg/Geode>
+#include <osg/Node>
+#include <osg/StateSet>
+#include <osgUtil/Optimizer>
+
+#include <vector>
+
+namespace veltrane::sceneutils {
+
+/** Forbids the optimizer to flatten transforms above billboards that it could not move without reading past their
+ * positions or through a null drawable. */
+void keepIncompleteBillboards(osg::Node& root, osgUtil::Optimizer& optimizer);
+
+/** Forbids the optimizer to fuse the drawables directly below nodes that show only some of their children: LODs,
+ * switches, sequences and multi-switches. */
+void keepChosenChildren(osg::Node& root, osgUtil::Optimizer& optimizer);
+
+/**
+ * Keeps geodes that hold more than drawables from being merged with others, as the rest would be lost: while this
+ * lives, each has a state set that no other geode has.
+ */
+class MixedGeodesApart {
+public:
+    explicit MixedGeodesApart(osg::Node& root);
+    ~MixedGeodesApart();
+    MixedGeodesApart(const MixedGeodesApart&) = delete;
+    MixedGeodesApart& operator=(const MixedGeodesApart&) = delete;
+
+private:
+    struct SetApart {
+        osg::ref_ptr<osg::Geode> geode;
+        osg::ref_ptr<osg::StateSet> ownStateSet;
+    };
+
+    std::vector<SetApart> _geodes;
+};
+
+}  // namespace veltrane::sceneutils

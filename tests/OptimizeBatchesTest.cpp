@@ -1,0 +1,480 @@
+#include <sceneutils/OptimizeBatches.h>
+
+#include "support/Graphs.h"
+#include "support/OsgMessages.h"
+#include "support/PointModels.h"
+#include "support/RandomBatchGraph.h"
+
+#include <gmock/gmock.h>
+
+#include <osg/Billboard>
+#include <osg/LOD>
+#include <osg/MatrixTransform>
+#include <osg/Program>
+#include <osg/Sequence>
+#include <osg/Switch>
+#include <osgSim/MultiSwitch>
+
+#include <limits>
+#include <set>
+#include <sstream>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <vector>
+
+using namespace testing_support;
+using testing::ElementsAre;
+using veltrane::sceneutils::OptimizeBatches;
+
+namespace {
+
+static_assert(!std::is_polymorphic_v<OptimizeBatches>);
+static_assert(std::is_copy_constructible_v<OptimizeBatches> && std::is_copy_assignable_v<OptimizeBatches>);
+
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+
+osg::ref_ptr<osg::Group> makeGroup(const std::vector<osg::ref_ptr<osg::Node>>& children = {}) {
+    osg::ref_ptr<osg::Group> group = new osg::Group;
+    for (const osg::ref_ptr<osg::Node>& child : children) group->addChild(child);
+    return group;
+}
+
+osg::ref_ptr<osg::MatrixTransform> makeStaticShift(double x, const osg::ref_ptr<osg::Node>& child) {
+    osg::ref_ptr<osg::MatrixTransform> transform = new osg::MatrixTransform(osg::Matrixd::translate(x, 0, 0));
+    transform->setDataVariance(osg::Object::STATIC);
+    transform->addChild(child);
+    return transform;
+}
+
+/** A pair of points whose state keeps it from being merged with others. */
+osg::ref_ptr<osg::Geode> makeOwnStatePair(float x) {
+    const osg::ref_ptr<osg::Geode> geode = makePairGeode(osg::Vec3(x, 0, 0));
+    geode->getOrCreateStateSet()->setRenderBinDetails(static_cast<int>(x), "RenderBin");
+    return geode;
+}
+
+void optimize(osg::Node* root, double radius = 0.0) {
+    OptimizeBatches optimizer;
+    optimizer.setUnspatializeRadius(radius);
+    optimizer.process(root);
+}
+
+/** What hangs in a graph: the numbers of nodes and drawables, and each vertex in the root's coordinates. */
+class Content : public osg::NodeVisitor {
+public:
+    explicit Content(osg::Node& root) : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN) { root.accept(*this); }
+
+    void apply(osg::Node& node) override {
+        ++nodes;
+        traverse(node);
+    }
+    void apply(osg::Geometry& geometry) override {
+        ++drawables;
+        const osg::Matrixd toWorld = osg::computeLocalToWorld(getNodePath());
+        for (const osg::Vec3& point : pointsOf(&geometry)) {
+            const osg::Vec3d placed = osg::Vec3d(point) * toWorld;
+            points.emplace(placed.x(), placed.y(), placed.z());
+        }
+    }
+
+    int nodes = 0;
+    int drawables = 0;
+    std::multiset<std::tuple<double, double, double>> points;
+};
+
+struct MakeStatic : osg::NodeVisitor {
+    MakeStatic() : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN) {}
+    void apply(osg::Node& node) override {
+        node.setDataVariance(osg::Object::STATIC);
+        traverse(node);
+    }
+};
+
+osg::ref_ptr<osg::Group> makeRandomStaticGraph(unsigned int seed, unsigned int sharedPercent) {
+    const osg::ref_ptr<osg::Group> root = makeRandomBatchGraph({seed, 20 + seed % 30, sharedPercent});
+    MakeStatic makeStatic;
+    root->accept(makeStatic);
+    return root;
+}
+
+/** Quarters of houses, each under a static transform, and if wanted with trees of two levels of detail. */
+osg::ref_ptr<osg::Group> makeTown(bool withTrees) {
+    const osg::ref_ptr<osg::Group> town = makeGroup();
+    for (int quarter = 0; quarter < 10; ++quarter) {
+        const osg::ref_ptr<osg::Group> houses = makeGroup();
+        for (int house = 0; house < 5; ++house)
+            houses->addChild(
+                makeStaticShift(house * 10.0, makePairGeode(osg::Vec3(0, static_cast<float>(quarter), 0))));
+        const osg::ref_ptr<osg::LOD> tree = new osg::LOD;
+        tree->addChild(makePairGeode(osg::Vec3()), 0.0f, 100.0f);
+        tree->addChild(makePairGeode(osg::Vec3()), 100.0f, 1000.0f);
+        if (withTrees) houses->addChild(tree);
+        town->addChild(houses);
+    }
+    return town;
+}
+
+/** The steps that were reported, by their first words. */
+std::vector<std::string> stepsIn(const OsgMessages& messages) {
+    std::vector<std::string> steps;
+    std::istringstream lines(messages.text());
+    const std::string doing = "Optimizer::optimize() doing ";
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind("Shared node", 0) == 0 || line.rfind("Stats", 0) == 0) steps.push_back(line);
+        if (line.rfind(doing, 0) == 0) steps.push_back(line.substr(doing.size()));
+    }
+    return steps;
+}
+
+/** A parent of two points below which nothing may be fused. */
+template <typename Parent>
+class ParentOfChosenChildren : public testing::Test {};
+
+using ParentsOfChosenChildren = testing::Types<osg::LOD, osg::Switch, osg::Sequence, osgSim::MultiSwitch>;
+TYPED_TEST_SUITE(ParentOfChosenChildren, ParentsOfChosenChildren);
+
+}  // namespace
+
+TEST(OptimizeBatches, StartsWithZeros) {
+    const OptimizeBatches optimizer;
+
+    EXPECT_EQ(optimizer.getMaxTransformMagnitudeToFlatten(), 0.0);
+    EXPECT_EQ(optimizer.getUnspatializeRadius(), 0.0);
+}
+
+TEST(OptimizeBatches, ReturnsTheNumbersAsTheyWereGiven) {
+    OptimizeBatches optimizer;
+    optimizer.setMaxTransformMagnitudeToFlatten(-3.0);
+    optimizer.setUnspatializeRadius(7.5);
+
+    EXPECT_EQ(optimizer.getMaxTransformMagnitudeToFlatten(), -3.0);
+    EXPECT_EQ(optimizer.getUnspatializeRadius(), 7.5);
+}
+
+TEST(OptimizeBatches, RunsItsStepsOneByOneInOrder) {
+    const osg::ref_ptr<osg::Group> root = makeGroup();
+    const OsgMessages messages(osg::INFO);
+
+    optimize(root, 1.0);
+
+    EXPECT_THAT(stepsIn(messages), ElementsAre("Shared node 0", "Stats before:", "FLATTEN_STATIC_TRANSFORMS",
+                                               "Stats after:", "Stats before:", "REMOVE_REDUNDANT_NODES",
+                                               "Stats after:", "Stats before:", "MERGE_GEODES",
+                                               "Stats after:", "Stats before:", "MERGE_GEOMETRY", "Stats after:"));
+}
+
+TEST(OptimizeBatches, SaysNothingBelowTheSeverityInfo) {
+    const osg::ref_ptr<osg::Group> root = makeRandomStaticGraph(3, 20);
+    const OsgMessages messages(osg::NOTICE);
+
+    optimize(root, 30.0);
+
+    EXPECT_EQ(messages.text(), "");
+}
+
+TEST(OptimizeBatches, FlattensLODsThatNeverSwitchFromZeroToTwentyThousand) {
+    for (const auto& [minRange, maxRange, isFlattened] :
+         {std::tuple(0.0f, 20000.0f, true), std::tuple(0.0f, 19999.0f, false), std::tuple(0.5f, 20000.0f, false)}) {
+        const osg::ref_ptr<osg::LOD> lod = new osg::LOD;
+        lod->addChild(makePairGeode(osg::Vec3()), minRange, maxRange);
+        const osg::ref_ptr<osg::Group> root = makeGroup({lod});
+        optimize(root);
+        EXPECT_EQ(root->getChild(0) != lod, isFlattened) << minRange << " " << maxRange;
+    }
+}
+
+TEST(OptimizeBatches, StripsNamesBeforeItRemovesRedundantGroups) {
+    const osg::ref_ptr<osg::Group> named = makeGroup({makePairGeode(osg::Vec3())});
+    named->setName("name");
+    named->addDescription("description");
+    const osg::ref_ptr<osg::Group> root = makeGroup({named});
+
+    optimize(root);
+
+    EXPECT_NE(root->getChild(0), named);
+}
+
+TEST(OptimizeBatches, PreservesNamesInEveryRun) {
+    OptimizeBatches optimizer;
+    optimizer.preserveNames({"kept"});
+    for (int run = 0; run < 2; ++run) {
+        const osg::ref_ptr<osg::Group> kept = makeGroup({makePairGeode(osg::Vec3())});
+        kept->setName("kept");
+        const osg::ref_ptr<osg::Group> root = makeGroup({kept});
+        optimizer.process(root);
+        optimizer.process(root);
+        ASSERT_EQ(root->getChild(0), kept);
+        EXPECT_EQ(kept->getName(), "kept");
+    }
+}
+
+TEST(OptimizeBatches, ReplacesTheNamesToBePreserved) {
+    OptimizeBatches optimizer;
+    optimizer.preserveNames({"first"});
+    optimizer.preserveNames({"second"});
+    const osg::ref_ptr<osg::Group> first = makeGroup(), second = makeGroup();
+    first->setName("first");
+    second->setName("second");
+    first->addChild(second);
+
+    optimizer.process(first);
+
+    EXPECT_EQ(first->getName(), "");
+    EXPECT_EQ(second->getName(), "second");
+}
+
+TEST(OptimizeBatches, MovesSharedModelsToEachOfTheirPlaces) {
+    const osg::ref_ptr<osg::Geode> model = makePairGeode(osg::Vec3());
+    const osg::ref_ptr<osg::Group> root = makeGroup({makeStaticShift(10.0, model), makeStaticShift(20.0, model)});
+
+    optimize(root);
+
+    ASSERT_EQ(Content(*root).drawables, 1);
+    const auto* geode = root->getChild(0)->asGeode();
+    EXPECT_THAT(pointsOf(geode), testing::UnorderedElementsAre(osg::Vec3(9, 0, 0), osg::Vec3(11, 0, 0),
+                                                               osg::Vec3(19, 0, 0), osg::Vec3(21, 0, 0)));
+}
+
+TEST(OptimizeBatches, FlattensStaticTransformsAtAnyDistance) {
+    for (const double limit : {0.0, 1.0, 1e9}) {
+        const osg::ref_ptr<osg::Group> root = makeGroup({makeStaticShift(1e6, makePairGeode(osg::Vec3()))});
+        OptimizeBatches optimizer;
+        optimizer.setMaxTransformMagnitudeToFlatten(limit);
+        optimizer.process(root);
+        ASSERT_NE(root->getChild(0)->asGeode(), nullptr) << limit;
+        EXPECT_EQ(pointsOf(root->getChild(0)->asGeode()), pairAt(osg::Vec3(1e6f, 0, 0)));
+    }
+}
+
+TEST(OptimizeBatches, DissolvesSmallGroupsOnlyIfTheRadiusIsPositive) {
+    for (const double radius : {0.0, -5.0, notANumber}) {
+        const osg::ref_ptr<osg::Group> small = makeGroup({makeOwnStatePair(1), makeOwnStatePair(2)});
+        const osg::ref_ptr<osg::Group> root = makeGroup({small, makeOwnStatePair(3)});
+        optimize(root, radius);
+        EXPECT_EQ(small->getNumParents(), 1u) << radius;
+    }
+    const osg::ref_ptr<osg::Group> small = makeGroup({makeOwnStatePair(1), makeOwnStatePair(2)});
+    const osg::ref_ptr<osg::Group> root = makeGroup({small, makeOwnStatePair(3)});
+    optimize(root, 2.0);
+    EXPECT_EQ(small->getNumParents(), 0u);
+    EXPECT_EQ(root->getNumChildren(), 3u);
+}
+
+TEST(OptimizeBatches, MergesTheLODsOfDissolvedGroupsAfterRedundantGroupsAreGone) {
+    const auto makeArea = [](float x) {
+        const osg::ref_ptr<osg::LOD> lod = new osg::LOD;
+        lod->addChild(makePairGeode(osg::Vec3(x, 0, 0)), 0.0f, 100.0f);
+        return makeGroup({makeGroup({lod}), makeOwnStatePair(x)});
+    };
+    const osg::ref_ptr<osg::Group> root = makeGroup({makeArea(1), makeArea(2)});
+
+    optimize(root, 10.0);
+
+    ASSERT_EQ(root->getNumChildren(), 3u);
+    EXPECT_EQ(Content(*root).drawables, 3);
+}
+
+TEST(OptimizeBatches, MergesGeodesThenTheirGeometries) {
+    const osg::ref_ptr<osg::Group> root = makeGroup({makePairGeode(osg::Vec3()), makePairGeode(osg::Vec3(5, 0, 0))});
+
+    optimize(root);
+
+    ASSERT_EQ(root->getNumChildren(), 1u);
+    ASSERT_EQ(root->getChild(0)->asGeode()->getNumDrawables(), 1u);
+    EXPECT_EQ(pointsOf(root->getChild(0)->asGeode()).size(), 4u);
+}
+
+TEST(OptimizeBatches, MergesAndMovesDrawablesDirectlyBelowGroups) {
+    const osg::ref_ptr<osg::Geometry> shared = makePair(osg::Vec3());
+    const osg::ref_ptr<osg::Group> root =
+        makeGroup({shared, makeStaticShift(10.0, shared), makePair(osg::Vec3(5, 0, 0))});
+
+    optimize(root, 100.0);
+
+    ASSERT_EQ(root->getNumChildren(), 1u);
+    EXPECT_THAT(pointsOf(root->getChild(0)->asDrawable()),
+                testing::UnorderedElementsAre(osg::Vec3(-1, 0, 0), osg::Vec3(1, 0, 0), osg::Vec3(9, 0, 0),
+                                              osg::Vec3(11, 0, 0), osg::Vec3(4, 0, 0), osg::Vec3(6, 0, 0)));
+}
+
+TEST(OptimizeBatches, MergesDrawablesThatHadUserData) {
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    for (float x : {0.0f, 5.0f}) {
+        geode->addDrawable(makePair(osg::Vec3(x, 0, 0)));
+        geode->getDrawable(geode->getNumDrawables() - 1)->setUserData(new osg::Referenced);
+    }
+
+    optimize(geode);
+
+    EXPECT_EQ(geode->getNumDrawables(), 1u);
+}
+
+TYPED_TEST(ParentOfChosenChildren, KeepsItsDrawablesApart) {
+    const osg::ref_ptr<TypeParam> parent = new TypeParam;
+    const std::vector<osg::ref_ptr<osg::Node>> children = {makePair(osg::Vec3()), makePair(osg::Vec3(5, 0, 0))};
+    for (const osg::ref_ptr<osg::Node>& child : children) parent->addChild(child);
+    parent->setNodeMask(0xf0);
+    if (auto* lod = dynamic_cast<osg::LOD*>(parent.get())) lod->setRangeList({{0.0f, 10.0f}, {10.0f, 20.0f}});
+    const osg::ref_ptr<osg::Group> root = makeGroup({parent});
+
+    optimize(root, 100.0);
+
+    ASSERT_EQ(parent->getNumChildren(), 2u);
+    for (unsigned int i = 0; i < 2; ++i) EXPECT_EQ(parent->getChild(i), children[i]);
+    if (auto* lod = dynamic_cast<osg::LOD*>(parent.get())) {
+        EXPECT_THAT(lod->getRangeList(), ElementsAre(std::pair(0.0f, 10.0f), std::pair(10.0f, 20.0f)));
+    }
+}
+
+TYPED_TEST(ParentOfChosenChildren, KeepsItsGeodesApartAndMergesWhatTheyHold) {
+    const osg::ref_ptr<TypeParam> parent = new TypeParam;
+    for (float x : {0.0f, 50.0f}) {
+        const osg::ref_ptr<osg::Geode> geode = makePairGeode(osg::Vec3(x, 0, 0));
+        geode->addDrawable(makePair(osg::Vec3(x + 5, 0, 0)));
+        parent->addChild(geode);
+    }
+    optimize(makeGroup({parent}), 100.0);
+
+    ASSERT_EQ(parent->getNumChildren(), 2u);
+    for (unsigned int i = 0; i < 2; ++i) EXPECT_EQ(parent->getChild(i)->asGeode()->getNumDrawables(), 1u);
+}
+
+TEST(OptimizeBatches, KeepsWhatAGeodeHoldsBesideDrawables) {
+    const osg::ref_ptr<osg::Geode> mixed = makePairGeode(osg::Vec3());
+    const osg::ref_ptr<osg::Group> model = makeGroup({makePair(osg::Vec3(7, 0, 0)), makeOwnStatePair(8)});
+    mixed->addChild(model);
+    const osg::ref_ptr<osg::StateSet> state = mixed->getOrCreateStateSet();
+    const osg::ref_ptr<osg::Geode> other = makePairGeode(osg::Vec3(5, 0, 0));
+    other->setStateSet(state);
+    const osg::ref_ptr<osg::Group> root = makeGroup({other, mixed});
+
+    optimize(root);
+
+    EXPECT_EQ(Content(*root).points.size(), 8u);
+    EXPECT_EQ(mixed->getStateSet(), state);
+}
+
+TEST(OptimizeBatches, LeavesABillboardInPlaceThatLacksPositions) {
+    const osg::ref_ptr<osg::Billboard> billboard = new osg::Billboard;
+    billboard->addChild(makePair(osg::Vec3()));
+    const osg::ref_ptr<osg::Group> root = makeGroup({makeStaticShift(10.0, billboard)});
+
+    optimize(root);
+
+    EXPECT_NE(root->getChild(0)->asTransform(), nullptr);
+    EXPECT_EQ(pointsOf(billboard->getDrawable(0)), pairAt(osg::Vec3()));
+}
+
+TEST(OptimizeBatches, MovesBillboardsWithAllTheirPositions) {
+    const osg::ref_ptr<osg::Billboard> billboard = new osg::Billboard;
+    billboard->addDrawable(makePair(osg::Vec3()), osg::Vec3(1, 0, 0));
+    const osg::ref_ptr<osg::Group> root = makeGroup({makeStaticShift(10.0, billboard)});
+
+    optimize(root);
+
+    EXPECT_EQ(root->getChild(0), billboard);
+    EXPECT_EQ(billboard->getPosition(0), osg::Vec3(11, 0, 0));
+}
+
+TEST(OptimizeBatches, SurvivesARootThatIsReplacedInTheGraphAbove) {
+    osg::Group* root = new osg::Group;
+    const osg::ref_ptr<osg::Group> above = makeGroup({root});
+    root->addChild(makeGroup({makePairGeode(osg::Vec3()), makePairGeode(osg::Vec3(5, 0, 0))}));
+
+    optimize(root);
+
+    EXPECT_EQ(Content(*above).points.size(), 4u);
+}
+
+TEST(OptimizeBatches, SurvivesARootThatIsRemovedOrDissolvedIntoTheGraphAbove) {
+    const osg::ref_ptr<osg::Group> above = makeGroup({new osg::Group, makePairGeode(osg::Vec3())});
+    optimize(above->getChild(0));
+    EXPECT_EQ(Content(*above).points.size(), 2u);
+
+    above->addChild(makeGroup({makeOwnStatePair(1), makeOwnStatePair(2)}));
+    optimize(above->getChild(1), 100.0);
+    EXPECT_EQ(Content(*above).points.size(), 6u);
+}
+
+TEST(OptimizeBatches, GivesBackARootThatNobodyHolds) {
+    for (osg::Group* root : std::vector<osg::Group*>{new osg::Group, new osg::LOD, new osg::MatrixTransform}) {
+        root->addChild(makeGroup({makeGroup()}));
+        optimize(root, 100.0);
+        ASSERT_EQ(root->referenceCount(), 0);
+        const osg::ref_ptr<osg::Group> deletesIt = root;
+    }
+}
+
+TEST(OptimizeBatches, TakesADrawableOrGeodeForARoot) {
+    const osg::ref_ptr<osg::Geometry> drawable = makePair(osg::Vec3());
+    optimize(drawable, 100.0);
+    EXPECT_EQ(pointsOf(drawable), pairAt(osg::Vec3()));
+}
+
+TEST(OptimizeBatches, IgnoresANullNode) {
+    optimize(nullptr);
+}
+
+TEST(OptimizeBatches, KeepsEveryVertexInItsPlace) {
+    for (unsigned int seed = 0; seed < 500; ++seed) {
+        const osg::ref_ptr<osg::Group> root = makeRandomStaticGraph(seed, seed % 4 * 8);
+        const auto before = Content(*root).points;
+
+        optimize(root, seed % 3 * 40.0);
+
+        ASSERT_EQ(Content(*root).points, before) << "seed " << seed;
+    }
+}
+
+TEST(OptimizeBatches, ChangesNoCountsInASecondRun) {
+    for (const double radius : {100.0, 1000.0}) {
+        const osg::ref_ptr<osg::Group> root = makeTown(false);
+        optimize(root, radius);
+        const Content once(*root);
+        optimize(root, radius);
+        const Content twice(*root);
+        EXPECT_EQ(twice.nodes, once.nodes);
+        EXPECT_EQ(twice.drawables, once.drawables);
+    }
+}
+
+TEST(OptimizeBatches, LeavesNoDrawablesToMergeForASecondRun) {
+    const osg::ref_ptr<osg::Group> root = makeTown(true);
+    optimize(root, 1000.0);
+    EXPECT_EQ(Content(*root).drawables, 3);  // one without levels of detail, one for each level
+    optimize(root, 1000.0);
+    EXPECT_EQ(Content(*root).drawables, 3);
+}
+
+TEST(OptimizeBatches, NeverMakesMoreDrawablesInASecondRun) {
+    for (unsigned int seed = 0; seed < 300; ++seed) {
+        const osg::ref_ptr<osg::Group> root = makeRandomStaticGraph(seed, 10);
+        optimize(root, seed % 2 * 1000.0);
+        const int once = Content(*root).drawables;
+        optimize(root, seed % 2 * 1000.0);
+        ASSERT_LE(Content(*root).drawables, once) << "seed " << seed;
+    }
+}
+
+TEST(OptimizeBatches, CopiesEverySetting) {
+    OptimizeBatches original;
+    original.setMaxTransformMagnitudeToFlatten(3.0);
+    original.setUnspatializeRadius(7.0);
+    original.preserveNames({"kept"});
+
+    OptimizeBatches copy(original);
+    OptimizeBatches assigned;
+    OptimizeBatches& result = assigned = original;
+    original.preserveNames({});
+
+    EXPECT_EQ(&result, &assigned);
+    for (OptimizeBatches* each : {&copy, &assigned}) {
+        EXPECT_EQ(each->getMaxTransformMagnitudeToFlatten(), 3.0);
+        EXPECT_EQ(each->getUnspatializeRadius(), 7.0);
+        const osg::ref_ptr<osg::Group> node = makeGroup();
+        node->setName("kept");
+        each->process(node);
+        EXPECT_EQ(node->getName(), "kept");
+    }
+}
