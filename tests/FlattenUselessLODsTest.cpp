@@ -417,7 +417,7 @@ TEST(FlattenUselessLODs, ReplacesInASecondRunWhatAWiderLODAboveKept) {
 
 TEST(FlattenUselessLODs, MakesTheGraphThatTheLiteralStepsMake) {
     int changed = 0;
-    for (unsigned int seed = 0; seed < 3000; ++seed) {
+    for (unsigned int seed = 0; seed < 2000; ++seed) {
         const BatchGraphSettings settings = {seed, 10 + seed % 50, seed % 4 * 10, 60, seed % 2 == 1};
         const osg::ref_ptr<osg::Group> ours = makeRandomBatchGraph(settings), literal = makeRandomBatchGraph(settings);
         const std::string before = describeGraph(*ours);
@@ -430,7 +430,7 @@ TEST(FlattenUselessLODs, MakesTheGraphThatTheLiteralStepsMake) {
         ASSERT_EQ(after, describeGraph(*literal)) << "seed " << seed;
         changed += after != before ? 1 : 0;
     }
-    EXPECT_GT(changed, 2000);
+    EXPECT_GT(changed, 1500);
 }
 
 TEST(FlattenUselessLODs, ReplacesManySiblingsEachInItsPlace) {

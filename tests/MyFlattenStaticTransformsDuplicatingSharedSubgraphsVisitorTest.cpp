@@ -330,12 +330,12 @@ TEST(FlattenTransforms, LeavesAnLODAloneWithoutAFlattenedTransformAbove) {
 }
 
 TEST(FlattenTransforms, UpdatesTheBoundOfAnLODWithACentreOfItsOwn) {
-    const auto lod = makeLOD(makePairGeode(osg::Vec3()), osg::Vec3());
+    const auto lod = makeLOD(new osg::Node, osg::Vec3());
     lod->setRadius(1.0f);
-    const auto root = makeGroup({makeShift(shift, lod)});
+    const auto root = makeGroup({lod});
     root->getBound();
 
-    Flatten::process(root, noLimit);
+    visitBelowAShift(*root);
 
     EXPECT_EQ(root->getBound().center(), shift);
 }

@@ -314,7 +314,7 @@ TYPED_TEST(ParentOfChosenChildren, KeepsItsDrawablesApart) {
     const osg::ref_ptr<TypeParam> parent = new TypeParam;
     const std::vector<osg::ref_ptr<osg::Node>> children = {makePair(osg::Vec3()), makePair(osg::Vec3(5, 0, 0))};
     for (const osg::ref_ptr<osg::Node>& child : children) parent->addChild(child);
-    parent->setNodeMask(0xf0);
+    parent->setNodeMask(0);  // the optimizer merges what is hidden, too
     if (auto* lod = dynamic_cast<osg::LOD*>(parent.get())) lod->setRangeList({{0.0f, 10.0f}, {10.0f, 20.0f}});
     const osg::ref_ptr<osg::Group> root = makeGroup({parent});
 

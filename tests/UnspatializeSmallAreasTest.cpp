@@ -425,23 +425,22 @@ TEST(UnspatializeSmallAreas, IgnoresANullNode) {
 }
 
 TEST(UnspatializeSmallAreas, MakesTheGraphThatTheLiteralStepsMake) {
-    int changed = 0;
-    for (unsigned int seed = 0; seed < 3000; ++seed) {
+    int merged = 0;
+    for (unsigned int seed = 0; seed < 2000; ++seed) {
         const BatchGraphSettings settings = {seed, 10 + seed % 70, seed % 5 * 8, 20 + seed % 3 * 15, seed % 2 == 1};
         const double radius = 10.0 * (1 + seed % 14);
         const osg::ref_ptr<osg::Group> ours = makeRandomBatchGraph(settings), literal = makeRandomBatchGraph(settings);
         const auto aboveOurs = make({makeNamedLOD("above"), ours}),
                    aboveLiteral = make({makeNamedLOD("above"), literal});
-        const std::string before = describeGraph(*aboveOurs);
 
         unspatialize(*ours, radius);
         LiteralUnspatializing::process(*literal, radius);
 
         const std::string after = describeGraph(*aboveOurs);
         ASSERT_EQ(after, describeGraph(*aboveLiteral)) << "seed " << seed;
-        changed += after != before ? 1 : 0;
+        merged += after.find("'new lod'") != std::string::npos ? 1 : 0;
     }
-    EXPECT_GT(changed, 2500);
+    EXPECT_GT(merged, 800);
 }
 
 TEST(UnspatializeSmallAreas, NestsMergedLODsAsFarAsTheLiteralStepsAndNoDeeperThanGraphsMayBe) {

@@ -29,16 +29,6 @@ public:
         if (osg::Group* successor = successorOf(*useless.parent)) _replacer.replaceAll(*successor, *useless.lod, group);
     }
 
-    /** Takes the child from an LOD that has no place left. One that is not useless everywhere goes on showing it. */
-    void emptyIfUnused(osg::LOD& useless) const {
-        osg::LOD* lod = &useless;
-        while (lod && lod->getNumParents() == 0 && lod->getNumChildren() > 0) {
-            const osg::ref_ptr<osg::Node> child = lod->getChild(0);
-            lod->removeChild(child.get());
-            lod = successorOf(*child) ? dynamic_cast<osg::LOD*>(child.get()) : nullptr;
-        }
-    }
-
 private:
     osg::Group& groupFor(osg::LOD& lod) {
         osg::ref_ptr<osg::Group>& group = _groups[&lod];
@@ -57,6 +47,11 @@ private:
     std::unordered_map<const osg::Node*, osg::ref_ptr<osg::Group>> _groups;  ///< that take the LODs' places
     ChildReplacer _replacer;
 };
+
+/** Takes the child from an LOD that has no place left. One that is not useless everywhere goes on showing it. */
+void emptyIfUnused(osg::LOD& lod) {
+    if (lod.getNumParents() == 0) lod.removeChildren(0, lod.getNumChildren());
+}
 
 }  // namespace
 
@@ -90,7 +85,7 @@ void FlattenUselessLODs::process(osg::Node* node, float minRange, float maxRange
     for (const auto& [parent, lod] : visitor._uselessLODs) useless.push_back({parent, lod});
     Flattening flattening;
     for (const UselessLOD& each : useless) flattening.replace(each);
-    for (const UselessLOD& each : useless) flattening.emptyIfUnused(*each.lod);
+    for (const UselessLOD& each : useless) emptyIfUnused(*each.lod);
 }
 
 void FlattenUselessLODs::apply(osg::LOD& lod) {
