@@ -90,6 +90,19 @@ TEST(LodsCommand, ListsHintsThatCannotBeReadEachOnce) {
     EXPECT_EQ(findAll<osg::LOD>(load(model.out())).size(), 1u);
 }
 
+TEST(LodsCommand, TakesCommentsOfFacesForNoHints) {
+    const osg::ref_ptr<osg::Geode> face = makeGround(10.0f);
+    face->addDescription("LOD_Transition_Range far");
+    Model model({});
+    model.root().addChild(face);
+
+    const ToolResult result = model.run();
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.output, model.out() + ": 0 LODs created, 0 hints not readable\n");
+}
+
 TEST(LodsCommand, KeepsAHintOnTheGraphsRoot) {
     const Model model({});
     osgDB::writeNodeFile(*makeHinted("top", "LOD_Transition_Range 10"), model.in());
