@@ -30,6 +30,8 @@
 #include <osgSim/Impostor>
 #include <osgText/Text>
 
+#include <algorithm>
+
 using namespace testing_support;
 using namespace veltrane::sceneutils::tool;
 using testing::ElementsAre;
@@ -281,7 +283,8 @@ TEST(Recentring, NormalsStayAsTheyAreIfTheyHaveNoUnitLengthToo) {
     const osg::ref_ptr<osg::Vec3Array> normals = new osg::Vec3Array;
     normals->push_back(osg::Vec3(0, 0, 3));
     square->setNormalArray(normals, osg::Array::BIND_OVERALL);
-    const osg::ref_ptr<osg::Vec3Array> attributes = new osg::Vec3Array(4, &farAway);
+    const osg::ref_ptr<osg::Vec3Array> attributes = new osg::Vec3Array(4);
+    std::fill(attributes->begin(), attributes->end(), farAway);
     square->setVertexAttribArray(osg::Drawable::NORMALS, attributes);
 
     recentre(makeGeode(square), {});
