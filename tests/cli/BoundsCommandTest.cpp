@@ -255,7 +255,8 @@ TEST(BoundsCommand, LoadsOpenFlightReferencesAndTellsTilesThatAreNotLoaded) {
 }
 
 TEST(BoundsCommand, AGraphWithoutAnExtentHasNoBox) {
-    const json bounds = boundsOf(*new osg::Group);
+    const osg::ref_ptr<osg::Group> empty = new osg::Group;
+    const json bounds = boundsOf(*empty);
 
     EXPECT_EQ(bounds["box"], nullptr);
     EXPECT_EQ(bounds["sphere"], nullptr);

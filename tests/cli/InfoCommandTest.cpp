@@ -229,13 +229,14 @@ TEST(InfoCommand, SumsUpTheRangesOfManyLodsInTheTable) {
 TEST(InfoCommand, TellsTheBoxAndTheSphereOrThatThereAreNone) {
     const osg::ref_ptr<osg::MatrixTransform> moved = new osg::MatrixTransform(osg::Matrix::translate(10, 0, 0));
     moved->addChild(makeGround(2.0f));
+    const osg::ref_ptr<osg::Group> empty = new osg::Group;
 
     EXPECT_EQ(infoOf(*moved)["box"], json({{"min", {9.0, -1.0, 0.0}}, {"max", {11.0, 1.0, 0.0}}}));
     EXPECT_EQ(infoOf(*moved)["sphere"]["center"], json({10.0, 0.0, 0.0}));
-    EXPECT_EQ(infoOf(*new osg::Group)["box"], nullptr);
-    EXPECT_EQ(infoOf(*new osg::Group)["sphere"], nullptr);
+    EXPECT_EQ(infoOf(*empty)["box"], nullptr);
+    EXPECT_EQ(infoOf(*empty)["sphere"], nullptr);
     EXPECT_THAT(tableOf(*moved), HasSubstr("bounding box           9,-1,0 to 11,1,0\n"));
-    EXPECT_THAT(tableOf(*new osg::Group), HasSubstr("bounding box           nothing has an extent\n"));
+    EXPECT_THAT(tableOf(*empty), HasSubstr("bounding box           nothing has an extent\n"));
 }
 
 TEST(InfoCommand, WritesATable) {

@@ -126,10 +126,11 @@ TEST(Recentring, MeasuresVerticesOfAllKindsWithoutTheTransformsAboveThem) {
     exact->setVertexArray(new osg::Vec3dArray(4, std::vector<osg::Vec3d>(4, osg::Vec3d(0, 0, -7)).data()));
     const osg::ref_ptr<osg::Geode> hidden = makeGeode(makeSquare(osg::Vec3(2, 3, 0)));
     hidden->setNodeMask(0);
+    const osg::ref_ptr<osg::Group> empty = new osg::Group;
 
     EXPECT_EQ(farthestVertex(*makeGroup({below(makeFarTransform(), hidden)})), 5.0);
     EXPECT_EQ(farthestVertex(*makeGroup({makeGeode(exact), hidden})), 7.0);
-    EXPECT_EQ(farthestVertex(*new osg::Group), 0.0);
+    EXPECT_EQ(farthestVertex(*empty), 0.0);
 }
 
 TEST(Recentring, TheDistanceIsThatOfTheFarthestGeodeAndEqualityMoves) {
