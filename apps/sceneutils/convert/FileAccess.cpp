@@ -1,8 +1,7 @@
 #include "FileAccess.h"
 
+#include "../files/ImageCollector.h"
 #include "../files/WholeFile.h"
-
-#include <sceneutils/TextureVisitor.h>
 
 #include <osg/PagedLOD>
 #include <osg/ProxyNode>
@@ -39,19 +38,6 @@ bool haveSameContent(const fs::path& a, const fs::path& b) {
     using Bytes = std::istreambuf_iterator<char>;
     return first && second && std::equal(Bytes(first), Bytes(), Bytes(second), Bytes());
 }
-
-class ImageCollector : public TextureVisitor {
-public:
-    using TextureVisitor::apply;
-
-    void apply(osg::Texture& texture) override {
-        for (unsigned int i = 0; i < texture.getNumImages(); ++i) {
-            if (osg::Image* image = texture.getImage(i)) images.insert(image);
-        }
-    }
-
-    std::set<osg::ref_ptr<osg::Image>> images;
-};
 
 osg::ref_ptr<osgDB::Options> copyOf(const osgDB::Options* options) {
     return options ? options->cloneOptions() : new osgDB::Options;

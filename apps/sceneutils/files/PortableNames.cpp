@@ -1,6 +1,6 @@
 #include "PortableNames.h"
 
-#include <sceneutils/TextureVisitor.h>
+#include "ImageCollector.h"
 
 #include <osg/Group>
 #include <osg/PagedLOD>
@@ -39,19 +39,6 @@ public:
 
     std::set<osg::ref_ptr<osg::ProxyNode>> proxies;
     std::set<osg::ref_ptr<osg::PagedLOD>> pagedLODs;
-};
-
-class ImageCollector : public TextureVisitor {
-public:
-    using TextureVisitor::apply;
-
-    void apply(osg::Texture& texture) override {
-        for (unsigned int i = 0; i < texture.getNumImages(); ++i) {
-            if (osg::Image* image = texture.getImage(i)) images.insert(image);
-        }
-    }
-
-    std::set<osg::ref_ptr<osg::Image>> images;
 };
 
 template <typename Node>
