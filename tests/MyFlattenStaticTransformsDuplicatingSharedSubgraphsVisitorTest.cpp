@@ -150,6 +150,16 @@ TEST(FlattenTransforms, KeepsTheRootOfTheVisit) {
     EXPECT_EQ(above->getChild(0), transform);
 }
 
+TEST(FlattenTransforms, VisitsWhatHangsBelowTheRootOfTheVisit) {
+    const auto transform = makeShift(shift, makeShift(shift, makePairGeode(osg::Vec3())));
+
+    Flatten::process(transform, noLimit);
+
+    const osg::Node* inner = transform->getChild(0);
+    ASSERT_EQ(inner->asTransform(), nullptr);
+    EXPECT_EQ(pointsOf(inner->asGroup()->getChild(0)->asGeode()), pairAt(shift));
+}
+
 TEST(FlattenTransforms, VisitsWhatHangsBelowAFarTransformAndFlattensItRelativeToThat) {
     const auto far = makeShift(osg::Vec3d(1000, 0, 0), makeShift(shift, makePairGeode(osg::Vec3())));
     const auto root = makeGroup({far});
@@ -303,6 +313,37 @@ TEST(FlattenTransforms, KeepsAGroupWithOneParentAndTheRoot) {
 
     EXPECT_EQ(above->getChild(0), root);
     EXPECT_EQ(root->getChild(0), group);
+    EXPECT_EQ(pointsOf(group->getChild(0)->asGeode()), pairAt(shift));
+}
+
+TEST(FlattenTransforms, FlattensTransformsBelowTheCopyOfASharedGroupOrLOD) {
+    for (const osg::ref_ptr<osg::Group>& shared : {makeGroup(), osg::ref_ptr<osg::Group>(new osg::LOD)}) {
+        const auto transform = makeShift(shift, makePairGeode(osg::Vec3()));
+        shared->addChild(transform);
+        const auto root = makeGroup({shared}), other = makeGroup({shared});
+
+        visitBelowAShift(*root);
+
+        const osg::Node* inner = root->getChild(0)->asGroup()->getChild(0);
+        ASSERT_EQ(inner->asTransform(), nullptr);
+        EXPECT_EQ(pointsOf(inner->asGroup()->getChild(0)->asGeode()), pairAt(shift * 2));
+        EXPECT_EQ(shared->getChild(0), transform);
+    }
+}
+
+TEST(FlattenTransforms, GivesCopiesOfLODsAndDrawablesTheirEventCallbacks) {
+    for (const osg::ref_ptr<osg::Node>& shared :
+         {osg::ref_ptr<osg::Node>(makeLOD(makePairGeode(osg::Vec3()), osg::Vec3())),
+          osg::ref_ptr<osg::Node>(makePair(osg::Vec3()))}) {
+        const osg::ref_ptr<EventCallback> callback = new EventCallback;
+        shared->setEventCallback(callback);
+        const auto root = makeGroup({shared}), other = makeGroup({shared});
+
+        visitBelowAShift(*root);
+
+        ASSERT_NE(root->getChild(0), shared);
+        EXPECT_EQ(root->getChild(0)->getEventCallback(), callback);
+    }
 }
 
 TEST(FlattenTransforms, MovesTheCentreOfAnLODAndMakesItUserDefined) {
@@ -402,6 +443,18 @@ TEST(FlattenTransforms, MovesBillboardsThatHaveAllTheirPositions) {
 
     EXPECT_EQ(whole->getPosition(0), osg::Vec3(11, 0, 0));
     EXPECT_EQ(pointsOf(lacking->getDrawable(0)), pairAt(osg::Vec3()));
+}
+
+TEST(FlattenTransforms, LeavesABillboardInPlaceThatHoldsMoreThanDrawables) {
+    const osg::ref_ptr<osg::Billboard> billboard = new osg::Billboard;
+    billboard->addDrawable(makePair(osg::Vec3()), osg::Vec3(1, 0, 0));
+    billboard->addChild(makePairGeode(osg::Vec3()));
+    billboard->getPositionList().push_back(osg::Vec3(2, 0, 0));
+
+    visitBelowAShift(*makeGroup({billboard}));
+
+    EXPECT_EQ(billboard->getPosition(0), osg::Vec3(1, 0, 0));
+    EXPECT_EQ(pointsOf(billboard->getDrawable(0)), pairAt(osg::Vec3()));
 }
 
 TEST(FlattenTransforms, MarksMovedArraysAsChanged) {

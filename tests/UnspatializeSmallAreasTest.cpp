@@ -240,11 +240,11 @@ TEST(UnspatializeSmallAreas, ComparesRangesExactly) {
 
 TEST(UnspatializeSmallAreas, NeverMergesLODsWhoseRangesAreNotNumbers) {
     const float notANumber = std::numeric_limits<float>::quiet_NaN();
-    const auto root = make({makeNamedLOD("a", {{0.0f, notANumber}}), makeNamedLOD("b", {{0.0f, notANumber}})});
-
-    unspatialize(*root);
-
-    EXPECT_EQ(describe(*root), "(lod(a1, a2), lod(b1, b2))");
+    for (const auto& range : {std::pair(0.0f, notANumber), std::pair(notANumber, 1.0f)}) {
+        const auto root = make({makeNamedLOD("a", {range}), makeNamedLOD("b", {range})});
+        unspatialize(*root);
+        EXPECT_EQ(describe(*root), "(lod(a1, a2), lod(b1, b2))");
+    }
 }
 
 TEST(UnspatializeSmallAreas, AppendsMergedLODsInTheOrderOfTheirRanges) {
