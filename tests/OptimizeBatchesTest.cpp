@@ -406,6 +406,31 @@ TEST(OptimizeBatches, KeepsWhatAGeodeHoldsBesideDrawables) {
     EXPECT_EQ(mixed->getStateSet(), state);
 }
 
+TEST(OptimizeBatches, KeepsWhatSeveralGeodesHoldBesideDrawables) {
+    const osg::ref_ptr<osg::Group> root = makeGroup();
+    for (float x : {0.0f, 50.0f}) {
+        const osg::ref_ptr<osg::Geode> mixed = makePairGeode(osg::Vec3(x, 0, 0));
+        mixed->addChild(makeOwnStatePair(x + 5));
+        root->addChild(mixed);
+    }
+    optimize(root);
+
+    EXPECT_EQ(Content(*root).points.size(), 8u);
+}
+
+TEST(OptimizeBatches, LeavesABillboardInPlaceThatHoldsMoreThanDrawables) {
+    const osg::ref_ptr<osg::Billboard> billboard = new osg::Billboard;
+    billboard->addDrawable(makePair(osg::Vec3()), osg::Vec3(1, 0, 0));
+    billboard->addChild(makePairGeode(osg::Vec3()));
+    billboard->getPositionList().push_back(osg::Vec3(2, 0, 0));
+    const osg::ref_ptr<osg::Group> root = makeGroup({makeStaticShift(10.0, billboard)});
+
+    optimize(root);
+
+    EXPECT_NE(root->getChild(0)->asTransform(), nullptr);
+    EXPECT_EQ(billboard->getPosition(0), osg::Vec3(1, 0, 0));
+}
+
 TEST(OptimizeBatches, LeavesABillboardInPlaceThatLacksPositions) {
     const osg::ref_ptr<osg::Billboard> billboard = new osg::Billboard;
     billboard->addChild(makePair(osg::Vec3()));

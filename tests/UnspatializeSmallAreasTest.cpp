@@ -193,11 +193,13 @@ TEST(UnspatializeSmallAreas, AppendsTheChildrenInTheirOrder) {
 }
 
 TEST(UnspatializeSmallAreas, DissolvesInnerGroupsFirst) {
-    const auto root = make({make({make({makeLeaf("a"), makeLeaf("b")}), makeLeaf("c")}), makeLeaf("d")});
+    const auto inner = make({makeLeaf("a"), makeLeaf("b")});
+    const auto root = make({make({inner, makeLeaf("c")}), makeLeaf("d")});
 
     unspatialize(*root);
 
     EXPECT_EQ(describe(*root), "(d, c, a, b)");
+    EXPECT_EQ(inner->getNumChildren(), 0u);
 }
 
 TEST(UnspatializeSmallAreas, DissolvesARootIntoTheGroupAboveIt) {
@@ -208,6 +210,18 @@ TEST(UnspatializeSmallAreas, DissolvesARootIntoTheGroupAboveIt) {
 
     EXPECT_EQ(describe(*above), "(b, a)");
     EXPECT_EQ(describe(*root), "()");
+}
+
+TEST(UnspatializeSmallAreas, DissolvesARootOnceThatWasVisitedTwice) {
+    const auto root = make({makeLeaf("a")});
+    const auto above = make({root, makeLeaf("b")});
+    UnspatializeSmallAreas visitor(10.0);
+    root->accept(visitor);
+    root->accept(visitor);
+
+    visitor.dissolveRecordedGroups();
+
+    EXPECT_EQ(describe(*above), "(b, a)");
 }
 
 TEST(UnspatializeSmallAreas, MergesLODsOfTheSameRanges) {
