@@ -15,6 +15,7 @@
 #include <osg/Switch>
 #include <osgSim/MultiSwitch>
 
+#include <cmath>
 #include <limits>
 #include <set>
 #include <sstream>
@@ -175,13 +176,43 @@ TEST(OptimizeBatches, SaysNothingBelowTheSeverityInfo) {
 
 TEST(OptimizeBatches, FlattensLODsThatNeverSwitchFromZeroToTwentyThousand) {
     for (const auto& [minRange, maxRange, isFlattened] :
-         {std::tuple(0.0f, 20000.0f, true), std::tuple(0.0f, 19999.0f, false), std::tuple(0.5f, 20000.0f, false)}) {
+         {std::tuple(0.0f, 20000.0f, true), std::tuple(0.0f, std::nextafter(20000.0f, 0.0f), false),
+          std::tuple(std::nextafter(0.0f, 1.0f), 20000.0f, false)}) {
         const osg::ref_ptr<osg::LOD> lod = new osg::LOD;
         lod->addChild(makePairGeode(osg::Vec3()), minRange, maxRange);
         const osg::ref_ptr<osg::Group> root = makeGroup({lod});
         optimize(root);
         EXPECT_EQ(root->getChild(0) != lod, isFlattened) << minRange << " " << maxRange;
     }
+}
+
+TEST(OptimizeBatches, FlattensLODsBeforeItStripsNames) {
+    const osg::ref_ptr<osg::LOD> lod = new osg::LOD;
+    lod->setName("name");
+    lod->addChild(makePairGeode(osg::Vec3()), 0.0f, 20000.0f);
+    const osg::ref_ptr<osg::Group> root = makeGroup({lod});
+
+    optimize(root);
+
+    EXPECT_EQ(lod->getNumParents(), 0u);
+    EXPECT_EQ(lod->getName(), "name");
+}
+
+TEST(OptimizeBatches, StripsNamesBeforeItCopiesWhatIsShared) {
+    static std::string nameAtTheCopy;
+    struct Model : osg::Geode {
+        osg::Object* clone(const osg::CopyOp& copyop) const override {
+            nameAtTheCopy = getName();
+            return osg::Geode::clone(copyop);
+        }
+    };
+    nameAtTheCopy = "not copied";
+    const osg::ref_ptr<osg::Geode> model = new Model;
+    model->setName("name");
+
+    optimize(makeGroup({makeGroup({model}), makeGroup({model})}));
+
+    EXPECT_EQ(nameAtTheCopy, "");
 }
 
 TEST(OptimizeBatches, StripsNamesBeforeItRemovesRedundantGroups) {
@@ -261,7 +292,27 @@ TEST(OptimizeBatches, DissolvesSmallGroupsOnlyIfTheRadiusIsPositive) {
     EXPECT_EQ(root->getNumChildren(), 3u);
 }
 
-TEST(OptimizeBatches, MergesTheLODsOfDissolvedGroupsAfterRedundantGroupsAreGone) {
+TEST(OptimizeBatches, KeepsGroupsWithoutABoundUnlessTheRadiusIsPositive) {
+    for (const auto& [radius, places] : {std::pair(0.0, 1u), std::pair(-0.5, 1u), std::pair(1e-9, 0u)}) {
+        const osg::ref_ptr<osg::Group> boundless = makeGroup({new osg::Node, new osg::Node});
+        const osg::ref_ptr<osg::Group> root = makeGroup({boundless, new osg::Node});
+        optimize(root, radius);
+        EXPECT_EQ(boundless->getNumParents(), places) << radius;
+    }
+}
+
+TEST(OptimizeBatches, RemovesRedundantGroupsBeforeItDissolvesSmallOnes) {
+    const osg::ref_ptr<osg::Switch> alone = new osg::Switch, other = new osg::Switch;
+    for (const auto& each : {alone, other}) each->addChild(makePairGeode(osg::Vec3()));
+    const osg::ref_ptr<osg::Group> root = makeGroup({makeGroup({alone}), other});
+
+    optimize(root, 10.0);
+
+    ASSERT_EQ(root->getNumChildren(), 2u);
+    EXPECT_EQ(root->getChild(0), alone);  // dissolving its group would have put it last
+}
+
+TEST(OptimizeBatches, MergesTheLODsOfDissolvedGroups) {
     const auto makeArea = [](float x) {
         const osg::ref_ptr<osg::LOD> lod = new osg::LOD;
         lod->addChild(makePairGeode(osg::Vec3(x, 0, 0)), 0.0f, 100.0f);
@@ -353,6 +404,31 @@ TEST(OptimizeBatches, KeepsWhatAGeodeHoldsBesideDrawables) {
 
     EXPECT_EQ(Content(*root).points.size(), 8u);
     EXPECT_EQ(mixed->getStateSet(), state);
+}
+
+TEST(OptimizeBatches, KeepsWhatSeveralGeodesHoldBesideDrawables) {
+    const osg::ref_ptr<osg::Group> root = makeGroup();
+    for (float x : {0.0f, 50.0f}) {
+        const osg::ref_ptr<osg::Geode> mixed = makePairGeode(osg::Vec3(x, 0, 0));
+        mixed->addChild(makeOwnStatePair(x + 5));
+        root->addChild(mixed);
+    }
+    optimize(root);
+
+    EXPECT_EQ(Content(*root).points.size(), 8u);
+}
+
+TEST(OptimizeBatches, LeavesABillboardInPlaceThatHoldsMoreThanDrawables) {
+    const osg::ref_ptr<osg::Billboard> billboard = new osg::Billboard;
+    billboard->addDrawable(makePair(osg::Vec3()), osg::Vec3(1, 0, 0));
+    billboard->addChild(makePairGeode(osg::Vec3()));
+    billboard->getPositionList().push_back(osg::Vec3(2, 0, 0));
+    const osg::ref_ptr<osg::Group> root = makeGroup({makeStaticShift(10.0, billboard)});
+
+    optimize(root);
+
+    EXPECT_NE(root->getChild(0)->asTransform(), nullptr);
+    EXPECT_EQ(billboard->getPosition(0), osg::Vec3(1, 0, 0));
 }
 
 TEST(OptimizeBatches, LeavesABillboardInPlaceThatLacksPositions) {
