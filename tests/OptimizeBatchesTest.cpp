@@ -418,6 +418,17 @@ TEST(OptimizeBatches, KeepsWhatSeveralGeodesHoldBesideDrawables) {
     EXPECT_EQ(Content(*root).points.size(), 8u);
 }
 
+TEST(OptimizeBatches, LeavesAStaticTransformAboveTheNodeThatHangsInNoGraph) {
+    const osg::ref_ptr<osg::Geode> geode = makePairGeode(osg::Vec3(1, 0, 0));
+    const osg::ref_ptr<osg::Group> node = makeGroup({geode, makeStaticShift(7.0, makeOwnStatePair(2.0f))});
+    const osg::ref_ptr<osg::MatrixTransform> above = makeStaticShift(100.0, makeGroup({node}));
+    optimize(node);
+    EXPECT_EQ(above->getMatrix(), osg::Matrixd::translate(100, 0, 0));
+    EXPECT_EQ(above->getDataVariance(), osg::Object::STATIC);
+    EXPECT_FLOAT_EQ(geode->getBoundingBox().center().x(), 1.0f);
+    EXPECT_FLOAT_EQ(node->getBound().center().x(), above->getBound().center().x() - 100.0f);
+}
+
 TEST(OptimizeBatches, LeavesABillboardInPlaceThatHoldsMoreThanDrawables) {
     const osg::ref_ptr<osg::Billboard> billboard = new osg::Billboard;
     billboard->addDrawable(makePair(osg::Vec3()), osg::Vec3(1, 0, 0));

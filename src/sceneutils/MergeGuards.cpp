@@ -8,6 +8,7 @@
 #include <osgSim/MultiSwitch>
 
 #include <set>
+#include <vector>
 
 namespace veltrane::sceneutils {
 
@@ -64,6 +65,27 @@ void keepIncompleteBillboards(osg::Node& root, osgUtil::Optimizer& optimizer) {
         if (billboard->getPositionList().size() < billboard->getNumChildren() || !holdsDrawablesOnly(*billboard))
             forbid(optimizer, *billboard, osgUtil::Optimizer::FLATTEN_STATIC_TRANSFORMS);
     });
+}
+
+RootTransformsKept::RootTransformsKept(osg::Node& node) {
+    std::set<osg::Node*> seen;
+    std::vector<osg::Node*> toClimb{&node};
+    while (!toClimb.empty()) {
+        osg::Node* below = toClimb.back();
+        toClimb.pop_back();
+        for (osg::Group* above : below->getParents()) {
+            if (!seen.insert(above).second) continue;
+            toClimb.push_back(above);
+            osg::Transform* transform = above->asTransform();
+            if (transform && transform->getNumParents() == 0 && transform->getDataVariance() == osg::Object::STATIC)
+                _transforms.emplace_back(transform);
+        }
+    }
+    for (const auto& transform : _transforms) transform->setDataVariance(osg::Object::UNSPECIFIED);
+}
+
+RootTransformsKept::~RootTransformsKept() {
+    for (const auto& transform : _transforms) transform->setDataVariance(osg::Object::STATIC);
 }
 
 void keepChosenChildren(osg::Node& root, osgUtil::Optimizer& optimizer) {

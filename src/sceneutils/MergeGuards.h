@@ -3,6 +3,7 @@
 #include <osg/Geode>
 #include <osg/Node>
 #include <osg/StateSet>
+#include <osg/Transform>
 #include <osgUtil/Optimizer>
 
 #include <vector>
@@ -12,6 +13,22 @@ namespace veltrane::sceneutils {
 /** Forbids the optimizer to flatten transforms above billboards that it could not move without reading past their
  * positions or through a null drawable. */
 void keepIncompleteBillboards(osg::Node& root, osgUtil::Optimizer& optimizer);
+
+/**
+ * Keeps static transforms above a node from being flattened if they hang in no graph: with no parent to be replaced in
+ * they would stay, and the optimizer would move what is below them again and again without end. While this lives they
+ * are not static.
+ */
+class RootTransformsKept {
+public:
+    explicit RootTransformsKept(osg::Node& node);
+    ~RootTransformsKept();
+    RootTransformsKept(const RootTransformsKept&) = delete;
+    RootTransformsKept& operator=(const RootTransformsKept&) = delete;
+
+private:
+    std::vector<osg::ref_ptr<osg::Transform>> _transforms;
+};
 
 /** Forbids the optimizer to fuse the drawables directly below nodes that show only some of their children: LODs,
  * switches, sequences and multi-switches. */
