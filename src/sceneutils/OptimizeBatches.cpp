@@ -41,7 +41,10 @@ void OptimizeBatches::process(osg::Node* node) {
     osgUtil::Optimizer optimizer;
     copySharedSubgraphs(*node, optimizer);
     keepIncompleteBillboards(*node, optimizer);
-    optimizer.optimize(node, osgUtil::Optimizer::FLATTEN_STATIC_TRANSFORMS);
+    {
+        const LODCentersFixed fixed(*node);
+        optimizer.optimize(node, osgUtil::Optimizer::FLATTEN_STATIC_TRANSFORMS);
+    }
     optimizer.optimize(node, osgUtil::Optimizer::REMOVE_REDUNDANT_NODES);
     if (_unspatializeRadius > 0.0) UnspatializeSmallAreas::process(node, _unspatializeRadius);
     {
