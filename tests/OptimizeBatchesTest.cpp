@@ -261,6 +261,7 @@ TEST(OptimizeBatches, MovesTheCentreOfAnLODOnceWithItsModel) {
     for (const osg::ref_ptr<osg::LOD>& tree : trees) {
         ASSERT_EQ(tree->getNumParents(), 1u);
         EXPECT_EQ(tree->getCenter(), osg::Vec3(41, 0, 0));
+        EXPECT_EQ(tree->getCenterMode(), osg::LOD::USER_DEFINED_CENTER);
         EXPECT_EQ(tree->getBound().center(), osg::Vec3(41, 0, 0));
     }
 }
