@@ -103,7 +103,7 @@ protected:
         for (const View& view : views) {
             ShownPictures shown("batches_" + name + "_" + view.name + "_" + GetParam().name);
             pairs.push_back(
-                {view.name, shown.add(photographer.draw(before, view)), shown.add(photographer.draw(after, view))});
+                {view, shown.add(photographer.draw(before, view)), shown.add(photographer.draw(after, view))});
             shown.add(makeDifferencePicture(*pairs.back().before, *pairs.back().after));
         }
         return pairs;
