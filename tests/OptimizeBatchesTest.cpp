@@ -278,6 +278,47 @@ TEST(OptimizeBatches, FlattensStaticTransformsAtAnyDistance) {
     }
 }
 
+// Many, as whether a drawable's address is before or behind its LOD's once decided about the centre.
+TEST(OptimizeBatches, MovesTheCentreOfAnLODOnceWithItsModel) {
+    const osg::ref_ptr<osg::Group> root = makeGroup();
+    std::vector<osg::ref_ptr<osg::LOD>> trees;
+    for (int i = 0; i < 50; ++i) {
+        const osg::ref_ptr<osg::Geode> modelMadeFirst = makePairGeode(osg::Vec3(1, 0, 0));
+        trees.push_back(new osg::LOD);
+        trees.back()->addChild(i % 2 == 0 ? modelMadeFirst : makePairGeode(osg::Vec3(1, 0, 0)), 0.0f, 100.0f);
+        root->addChild(makeStaticShift(40.0, trees.back()));
+    }
+    optimize(root);
+    for (const osg::ref_ptr<osg::LOD>& tree : trees) {
+        ASSERT_EQ(tree->getNumParents(), 1u);
+        EXPECT_EQ(tree->getCenter(), osg::Vec3(41, 0, 0));
+        EXPECT_EQ(tree->getCenterMode(), osg::LOD::USER_DEFINED_CENTER);
+        EXPECT_EQ(tree->getBound().center(), osg::Vec3(41, 0, 0));
+    }
+}
+
+TEST(OptimizeBatches, LetsAnLODThatStaysFollowItsBound) {
+    const osg::ref_ptr<osg::LOD> tree = new osg::LOD;
+    tree->setCenter(osg::Vec3(9, 9, 9));
+    tree->setRadius(2.0f);
+    tree->setCenterMode(osg::LOD::USE_BOUNDING_SPHERE_CENTER);
+    tree->addChild(makePairGeode(osg::Vec3(1, 0, 0)), 0.0f, 100.0f);
+    optimize(makeGroup({tree, makePairGeode(osg::Vec3())}));
+    EXPECT_EQ(tree->getCenterMode(), osg::LOD::USE_BOUNDING_SPHERE_CENTER);
+    EXPECT_EQ(tree->getCenter(), osg::Vec3(1, 0, 0));
+    tree->setCenterMode(osg::LOD::USER_DEFINED_CENTER);
+    EXPECT_EQ(tree->getCenter(), osg::Vec3(9, 9, 9));
+}
+
+TEST(OptimizeBatches, MovesTheCentreThatAnLODWasGiven) {
+    const osg::ref_ptr<osg::LOD> tree = new osg::LOD;
+    tree->setCenter(osg::Vec3(9, 9, 9));
+    tree->addChild(makePairGeode(osg::Vec3(1, 0, 0)), 0.0f, 100.0f);
+    optimize(makeGroup({makeStaticShift(40.0, tree), makePairGeode(osg::Vec3())}));
+    EXPECT_EQ(tree->getCenterMode(), osg::LOD::USER_DEFINED_CENTER);
+    EXPECT_EQ(tree->getCenter(), osg::Vec3(49, 9, 9));
+}
+
 TEST(OptimizeBatches, DissolvesSmallGroupsOnlyIfTheRadiusIsPositive) {
     for (const double radius : {0.0, -5.0, notANumber}) {
         const osg::ref_ptr<osg::Group> small = makeGroup({makeOwnStatePair(1), makeOwnStatePair(2)});

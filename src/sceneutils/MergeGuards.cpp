@@ -88,6 +88,28 @@ RootTransformsKept::~RootTransformsKept() {
     for (const auto& transform : _transforms) transform->setDataVariance(osg::Object::STATIC);
 }
 
+LODCentersFixed::LODCentersFixed(osg::Node& root) {
+    std::set<osg::LOD*> lods;
+    forEachGroup(root, [&lods](osg::Group& group) {
+        auto* lod = dynamic_cast<osg::LOD*>(&group);
+        if (lod && lod->getCenterMode() == osg::LOD::USE_BOUNDING_SPHERE_CENTER) lods.insert(lod);
+    });
+    for (osg::LOD* lod : lods) _lods.push_back({lod, lod->getBound().center(), {}});
+    for (Fixed& each : _lods) {
+        each.lod->setCenterMode(osg::LOD::USER_DEFINED_CENTER);
+        each.ownCenter = each.lod->getCenter();
+        each.lod->setCenter(each.boundCenter);
+    }
+}
+
+LODCentersFixed::~LODCentersFixed() {
+    for (const Fixed& each : _lods) {
+        if (each.lod->getCenter() != each.boundCenter) continue;
+        each.lod->setCenter(each.ownCenter);
+        each.lod->setCenterMode(osg::LOD::USE_BOUNDING_SPHERE_CENTER);
+    }
+}
+
 void keepChosenChildren(osg::Node& root, osgUtil::Optimizer& optimizer) {
     forEachGroup(root, [&optimizer](osg::Group& group) {
         if (showsSomeChildren(group)) forbid(optimizer, group, osgUtil::Optimizer::MERGE_GEOMETRY);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <osg/Geode>
+#include <osg/LOD>
 #include <osg/Node>
 #include <osg/StateSet>
 #include <osg/Transform>
@@ -28,6 +29,28 @@ public:
 
 private:
     std::vector<osg::ref_ptr<osg::Transform>> _transforms;
+};
+
+/**
+ * Keeps LODs that switch by the centre of their bound from being moved twice when static transforms are flattened: the
+ * optimizer moves drawables and LODs in the order of their addresses, and the bound may have moved with the drawables
+ * before. While this lives, each such LOD has its centre fixed; those that did not move follow their bound again then.
+ */
+class LODCentersFixed {
+public:
+    explicit LODCentersFixed(osg::Node& root);
+    ~LODCentersFixed();
+    LODCentersFixed(const LODCentersFixed&) = delete;
+    LODCentersFixed& operator=(const LODCentersFixed&) = delete;
+
+private:
+    struct Fixed {
+        osg::ref_ptr<osg::LOD> lod;
+        osg::LOD::vec_type boundCenter;
+        osg::LOD::vec_type ownCenter;  ///< out of use meanwhile
+    };
+
+    std::vector<Fixed> _lods;
 };
 
 /** Forbids the optimizer to fuse the drawables directly below nodes that show only some of their children: LODs,

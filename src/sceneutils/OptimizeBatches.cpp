@@ -43,6 +43,7 @@ void OptimizeBatches::process(osg::Node* node) {
     keepIncompleteBillboards(*node, optimizer);
     {
         const RootTransformsKept kept(*node);
+        const LODCentersFixed fixed(*node);
         optimizer.optimize(node, osgUtil::Optimizer::FLATTEN_STATIC_TRANSFORMS);
     }
     optimizer.optimize(node, osgUtil::Optimizer::REMOVE_REDUNDANT_NODES);
