@@ -25,6 +25,8 @@ std::size_t numberIn(Map& map, const Key& key, Number next) {
 
 }  // namespace
 
+namespace {
+
 std::string asText(const StateSlot& slot) {
     const std::string type = std::to_string(slot.type);
     const std::string ofUnit = " of unit " + std::to_string(slot.unit);
@@ -32,11 +34,10 @@ std::string asText(const StateSlot& slot) {
         case Kind::Mode:
             return "mode " + type;
         case Kind::Attribute:
+        case Kind::TextureAttribute:
             return "attribute " + type;
         case Kind::TextureMode:
             return "texture mode " + type + ofUnit;
-        case Kind::TextureAttribute:
-            return "texture attribute " + type + ofUnit;
         case Kind::Uniform:
             return "uniform " + slot.name;
         case Kind::Define:
@@ -53,9 +54,12 @@ std::string asText(const StateSlot& slot) {
     return "place below a switch or sequence";
 }
 
+}  // namespace
+
 std::size_t StateContents::numberOf(const osg::StateAttribute& attribute) {
     const auto found = _attributes.find(&attribute);
     if (found != _attributes.end()) return found->second;
+    _attributeNames.emplace_back(attribute.className());
     // A copy, so that a later change of the attribute itself is seen.
     const osg::ref_ptr<osg::Object> copy = attribute.clone(osg::CopyOp::SHALLOW_COPY);
     const auto* kept = dynamic_cast<const osg::StateAttribute*>(copy.get());
@@ -87,9 +91,16 @@ std::string StateContents::firstDifference(std::size_t one, std::size_t other) c
     const Content& b = *_byNumber[other];
     const auto [inA, inB] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
     if (inA == a.end() && inB == b.end()) return "";
-    if (inA == a.end()) return asText(inB->first);
-    if (inB == b.end()) return asText(inA->first);
-    return asText(std::min(inA->first, inB->first));
+    const bool isOnlyInB = inA == a.end() || (inB != b.end() && inB->first < inA->first);
+    return describe(isOnlyInB ? *inB : *inA);
+}
+
+std::string StateContents::describe(const Content::value_type& entry) const {
+    const StateSlot& slot = entry.first;
+    if (slot.kind == Kind::Attribute) return _attributeNames[entry.second];
+    if (slot.kind == Kind::TextureAttribute)
+        return _attributeNames[entry.second] + " of unit " + std::to_string(slot.unit);
+    return asText(slot);
 }
 
 EffectiveStates::EffectiveStates(StateContents& contents, const std::set<const osg::StateSet*>& withoutProgram)

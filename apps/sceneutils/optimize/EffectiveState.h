@@ -44,8 +44,6 @@ struct StateSlot {
     bool operator==(const StateSlot& other) const { return !(*this < other) && !(other < *this); }
 };
 
-std::string asText(const StateSlot& slot);
-
 /** Gives numbers to contents: what is the same gets the same number, in whatever graph it is. */
 class StateContents {
 public:
@@ -58,7 +56,7 @@ public:
     std::size_t numberOf(const osg::Referenced* object);  ///< the same for the same object only
     std::size_t numberOf(const Content& content);
 
-    /** Says in what two numbered contents differ: "texture mode 3553 of unit 0". */
+    /** Says in what two numbered contents differ: "Texture2D of unit 0". */
     std::string firstDifference(std::size_t one, std::size_t other) const;
 
 private:
@@ -71,6 +69,9 @@ private:
 
     std::map<osg::ref_ptr<const osg::StateAttribute>, std::size_t, LessByContent<osg::StateAttribute>> _attributes;
     std::map<osg::ref_ptr<const osg::Uniform>, std::size_t, LessByContent<osg::Uniform>> _uniforms;
+    std::string describe(const Content::value_type& entry) const;
+
+    std::vector<std::string> _attributeNames;  ///< their classes, by number
     std::map<std::string, std::size_t> _texts;
     std::map<osg::ref_ptr<const osg::Referenced>, std::size_t> _objects;
     std::map<Content, std::size_t> _contents;

@@ -14,13 +14,19 @@ namespace veltrane::sceneutils::tool {
 
 namespace {
 
-/** By how much a matrix lengthens a vector at most (or a little less than that: never more than the square root of 3
- * times). */
+/** By how much a matrix lengthens a vector at most; of one that also stretches, a little more than that. */
 double largestScale(const osg::Matrixd& matrix) {
-    double sum = 0.0;
-    for (int row = 0; row < 3; ++row)
-        for (int column = 0; column < 3; ++column) sum += matrix(row, column) * matrix(row, column);
-    return std::sqrt(sum);
+    constexpr double rounding = 1e-9;
+    osg::Vec3d rows[3];
+    for (int row = 0; row < 3; ++row) rows[row] = {matrix(row, 0), matrix(row, 1), matrix(row, 2)};
+    const double first = rows[0].length2();
+    bool isSimilar = true;
+    for (int row = 0; row < 3; ++row) {
+        isSimilar = isSimilar && std::abs(rows[row].length2() - first) <= rounding * first &&
+                    std::abs(rows[row] * rows[(row + 1) % 3]) <= rounding * first;
+    }
+    if (isSimilar) return std::sqrt(first) * (1.0 + rounding);
+    return std::sqrt(first + rows[1].length2() + rows[2].length2());
 }
 
 bool hasFiles(const osg::LOD& lod) {

@@ -127,6 +127,13 @@ private:
     std::vector<osg::Vec3d> _vertices;
 };
 
+/** The centre of a bound depends on how the graph is put together: the origin stands for it. */
+template <typename PlaceHolder>
+osg::Vec3d ownCentreOf(const PlaceHolder& node) {
+    return node.getCenterMode() == PlaceHolder::USE_BOUNDING_SPHERE_CENTER ? osg::Vec3d()
+                                                                           : osg::Vec3d(node.getCenter());
+}
+
 osg::Matrixd amountsOf(osg::Matrixd matrix) {
     for (int row = 0; row < 4; ++row)
         for (int column = 0; column < 4; ++column) matrix(row, column) = std::abs(matrix(row, column));
@@ -194,7 +201,7 @@ private:
         for (unsigned int i = 0; i < lod.getNumRanges(); ++i) eyes[i] = eyesWithin(lod, i, place);
         for (unsigned int i = children; paged && i < lod.getNumRanges(); ++i) {
             if (i >= paged->getNumFileNames() || paged->getFileName(i).empty()) continue;
-            takeMarker("tile " + paged->getFileName(i), lod.getCenter(), place, eyes[i]);
+            takeMarker("tile " + paged->getFileName(i), ownCentreOf(*paged), place, eyes[i]);
             if (children > 0) eyes[children - 1] |= eyes[i];  // stands in until the tile is there
         }
         for (unsigned int i = 0; i < children; ++i) {
@@ -263,7 +270,7 @@ private:
 
     void takeReferences(const osg::ProxyNode& proxy, const Place& place) {
         for (unsigned int i = 0; i < proxy.getNumFileNames(); ++i)
-            takeMarker("reference " + proxy.getFileName(i), proxy.getCenter(), place, place.eyes);
+            takeMarker("reference " + proxy.getFileName(i), ownCentreOf(proxy), place, place.eyes);
     }
 
     void takeMarker(const std::string& what, const osg::Vec3d& point, const Place& place, std::uint32_t eyes) {
