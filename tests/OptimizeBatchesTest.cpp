@@ -15,6 +15,7 @@
 #include <osg/Switch>
 #include <osgSim/MultiSwitch>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <set>
@@ -605,4 +606,84 @@ TEST(OptimizeBatches, CopiesEverySetting) {
         each->process(node);
         EXPECT_EQ(node->getName(), "kept");
     }
+}
+
+namespace {
+
+/** Notes the steps that it is told of. */
+struct StepNotes : OptimizeBatches::StepListener {
+    void beginStep(OptimizeBatches::Step step, osg::Node& root) override {
+        begun.push_back(step);
+        roots.insert(&root);
+    }
+    void endStep(OptimizeBatches::Step step, osg::Node& root) override {
+        ended.push_back(step);
+        EXPECT_EQ(begun, ended);
+        roots.insert(&root);
+    }
+
+    std::vector<OptimizeBatches::Step> begun;
+    std::vector<OptimizeBatches::Step> ended;
+    std::set<osg::Node*> roots;
+};
+
+}  // namespace
+
+TEST(OptimizeBatches, TellsAListenerEachStepInItsOrder) {
+    using Step = OptimizeBatches::Step;
+    const std::vector<Step> all = {Step::FlattenUselessLODs,   Step::RemoveNames,
+                                   Step::CopySharedSubgraphs,  Step::FlattenStaticTransforms,
+                                   Step::RemoveRedundantNodes, Step::UnspatializeSmallAreas,
+                                   Step::MergeGeodes,          Step::MergeGeometry};
+    const osg::ref_ptr<osg::Group> town = makeTown(true);
+    StepNotes notes;
+    OptimizeBatches optimizer;
+    optimizer.setUnspatializeRadius(1.0);
+    optimizer.setStepListener(&notes);
+
+    optimizer.process(town);
+
+    EXPECT_EQ(notes.begun, all);
+    EXPECT_EQ(notes.ended, all);
+    EXPECT_EQ(notes.roots, std::set<osg::Node*>({town.get()}));
+}
+
+TEST(OptimizeBatches, DoesNotTellOfStepsThatDoNotRun) {
+    StepNotes notes;
+    OptimizeBatches optimizer;
+    optimizer.setStepListener(&notes);
+
+    optimizer.process(nullptr);
+    EXPECT_TRUE(notes.begun.empty());
+    optimizer.process(makeTown(false));
+    EXPECT_EQ(std::count(notes.begun.begin(), notes.begun.end(), OptimizeBatches::Step::UnspatializeSmallAreas), 0);
+    EXPECT_EQ(notes.begun.size(), 7u);
+}
+
+TEST(OptimizeBatches, HasNoListenerUnlessOneIsSetAndCopiesTellTheSame) {
+    StepNotes notes;
+    OptimizeBatches optimizer;
+    EXPECT_EQ(optimizer.getStepListener(), nullptr);
+    optimizer.setStepListener(&notes);
+    const OptimizeBatches copy(optimizer);
+    OptimizeBatches assigned;
+    assigned = optimizer;
+
+    EXPECT_EQ(copy.getStepListener(), &notes);
+    EXPECT_EQ(assigned.getStepListener(), &notes);
+}
+
+TEST(OptimizeBatches, DoesTheSameWithAListener) {
+    const osg::ref_ptr<osg::Group> alone = makeRandomStaticGraph(7, 20);
+    const osg::ref_ptr<osg::Group> watched = makeRandomStaticGraph(7, 20);
+    StepNotes notes;
+    OptimizeBatches optimizer;
+    optimizer.setUnspatializeRadius(50.0);
+    optimizer.process(alone);
+    optimizer.setStepListener(&notes);
+    optimizer.process(watched);
+
+    EXPECT_EQ(Content(*alone).points, Content(*watched).points);
+    EXPECT_EQ(Content(*alone).nodes, Content(*watched).nodes);
+    EXPECT_EQ(Content(*alone).drawables, Content(*watched).drawables);
 }

@@ -38,6 +38,7 @@ void addConvertCommand(CLI::App& app, ExitStatus& result);
 void addFindCommand(CLI::App& app, ExitStatus& result);
 void addInfoCommand(CLI::App& app, ExitStatus& result);
 void addLodsCommand(CLI::App& app, ExitStatus& result);
+void addOptimizeCommand(CLI::App& app, ExitStatus& result);
 void addRecentreCommand(CLI::App& app, ExitStatus& result);
 void addRenderCommand(CLI::App& app, ExitStatus& result);
 void addSampleCommand(CLI::App& app, ExitStatus& result);

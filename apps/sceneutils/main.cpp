@@ -44,6 +44,7 @@ int main(int argc, char** argv) {
     addFindCommand(app, result);
     addInfoCommand(app, result);
     addLodsCommand(app, result);
+    addOptimizeCommand(app, result);
     addRecentreCommand(app, result);
     addRenderCommand(app, result);
     addSampleCommand(app, result);

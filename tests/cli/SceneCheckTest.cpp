@@ -1,0 +1,340 @@
+#include "optimize/SceneCheck.h"
+#include "support/OptimizedScenes.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <osg/Material>
+#include <osg/Switch>
+
+using namespace testing_support;
+using namespace veltrane::sceneutils::tool;
+using testing::HasSubstr;
+
+namespace {
+
+using Check = SceneDifference::Check;
+
+/** Two squares; the second one in two levels of detail, below a static transform. */
+osg::ref_ptr<osg::Group> makeScene() {
+    const osg::ref_ptr<osg::LOD> lod = lodOf(squareAt(0), 0.0f, 100.0f);
+    lod->addChild(squareAt(0), 100.0f, 1000.0f);
+    lod->setCenter(osg::Vec3());
+    return groupOf({squareAt(0), staticTransform(osg::Matrixd::translate(20, 0, 0), lod)});
+}
+
+osg::Geometry& firstGeometry(osg::Group& scene) {
+    return *scene.getChild(0)->asGeode()->getDrawable(0)->asGeometry();
+}
+
+osg::LOD& lodIn(osg::Group& scene) {
+    return static_cast<osg::LOD&>(*scene.getChild(1)->asGroup()->getChild(0));
+}
+
+std::vector<SceneDifference> compare(const osg::Node& before, const osg::Node& after) {
+    return SceneCheck(before).compareWith(after);
+}
+
+/** What is found after a change of the scene; exactly one difference. */
+template <typename Change>
+SceneDifference differenceAfter(Change change) {
+    const osg::ref_ptr<osg::Group> scene = makeScene();
+    const osg::ref_ptr<osg::Group> changed = deepCopy(*scene);
+    change(*changed);
+    const auto differences = compare(*scene, *changed);
+    EXPECT_EQ(differences.size(), 1u);
+    return differences.empty() ? SceneDifference() : differences.front();
+}
+
+template <typename Change>
+void expectNoDifferenceAfter(Change change) {
+    const osg::ref_ptr<osg::Group> scene = makeScene();
+    const osg::ref_ptr<osg::Group> changed = deepCopy(*scene);
+    change(*changed);
+    const auto differences = compare(*scene, *changed);
+    EXPECT_TRUE(differences.empty()) << differences.front().text;
+}
+
+osg::ref_ptr<osg::DrawElementsUByte> indices(std::initializer_list<GLubyte> list) {
+    const osg::ref_ptr<osg::DrawElementsUByte> triangles = new osg::DrawElementsUByte(GL_TRIANGLES);
+    for (const GLubyte index : list) triangles->push_back(index);
+    return triangles;
+}
+
+osg::ref_ptr<osg::Material> redMaterial() {
+    const osg::ref_ptr<osg::Material> material = new osg::Material;
+    material->setDiffuse(osg::Material::FRONT, osg::Vec4(1, 0, 0, 1));
+    return material;
+}
+
+}  // namespace
+
+TEST(SceneCheck, FindsNoDifferenceInACopy) {
+    expectNoDifferenceAfter([](osg::Group&) {});
+}
+
+TEST(SceneCheck, FindsTrianglesThatAreGoneAndNamesTheFirst) {
+    const SceneDifference difference = differenceAfter([](osg::Group& scene) { scene.removeChild(0u); });
+
+    EXPECT_EQ(difference.check, Check::Position);
+    EXPECT_EQ(difference.count, 2u);
+    EXPECT_THAT(difference.text,
+                HasSubstr("2 primitives are no longer where they were, the first a triangle at 0,1,0, seen from a "));
+}
+
+TEST(SceneCheck, FindsTrianglesThatAreNew) {
+    const SceneDifference difference = differenceAfter([](osg::Group& scene) { scene.addChild(squareAt(5)); });
+
+    EXPECT_EQ(difference.check, Check::Position);
+    EXPECT_EQ(difference.count, 2u);
+    EXPECT_THAT(difference.text, HasSubstr("2 primitives are where there were none, the first a triangle at 5,1,0"));
+}
+
+TEST(SceneCheck, FindsAVertexThatMovedByMoreThanTheTolerance) {
+    const osg::ref_ptr<osg::Group> scene = makeScene();
+    const osg::ref_ptr<osg::Group> changed = deepCopy(*scene);
+    auto& vertices = static_cast<osg::Vec3Array&>(*firstGeometry(*changed).getVertexArray());
+    vertices[0].x() += 2e-4f;  // the first of the square, which both of its triangles have
+
+    SceneCheck check(*scene);
+    const auto differences = check.compareWith(*changed);
+
+    ASSERT_EQ(differences.size(), 2u);
+    EXPECT_EQ(differences[0].check, Check::Position);
+    EXPECT_LT(check.tolerance(), 2e-5);
+}
+
+TEST(SceneCheck, TakesTheToleranceFromTheLargestNumberThatWasAddedUp) {
+    SceneCheck check(*staticTransform(osg::Matrixd::translate(1 << 20, 0, 0), squareAt(3)));
+    const auto differences =
+        check.compareWith(*staticTransform(osg::Matrixd::translate((1 << 20) + 0.25, 0, 0), squareAt(3)));
+
+    EXPECT_TRUE(differences.empty());
+    EXPECT_DOUBLE_EQ(check.tolerance(), 8.0 * ((1 << 20) + 4.25) / (1 << 24));
+    EXPECT_DOUBLE_EQ(check.largestDisplacement(), 0.25);
+}
+
+TEST(SceneCheck, FindsOtherRangesAndTellsTheDistance) {
+    const SceneDifference difference =
+        differenceAfter([](osg::Group& scene) { lodIn(scene).setRange(1, 100.0f, 300.0f); });
+
+    EXPECT_EQ(difference.check, Check::Visibility);
+    EXPECT_EQ(difference.count, 2u);
+    EXPECT_THAT(difference.text, HasSubstr("2 primitives are seen from other distances, the first a triangle at "
+                                           "20,1,0, seen from a distance of "));
+    EXPECT_THAT(difference.text, HasSubstr(" before and not now"));
+}
+
+TEST(SceneCheck, FindsASwitchThatIsTurnedOff) {
+    const osg::ref_ptr<osg::Switch> choice = new osg::Switch;
+    choice->addChild(squareAt(0), true);
+    SceneCheck check(*choice);
+    choice->setValue(0, false);
+
+    const auto differences = check.compareWith(*choice);
+
+    ASSERT_EQ(differences.size(), 1u);
+    EXPECT_EQ(differences[0].check, Check::Visibility);
+}
+
+TEST(SceneCheck, FindsAHiddenNodeThatIsShown) {
+    const osg::ref_ptr<osg::Geode> square = squareAt(0);
+    square->setNodeMask(0);
+    SceneCheck check(*square);
+    square->setNodeMask(~0u);
+
+    const auto differences = check.compareWith(*square);
+
+    ASSERT_EQ(differences.size(), 1u);
+    EXPECT_EQ(differences[0].check, Check::Visibility);
+    EXPECT_THAT(differences[0].text, HasSubstr(" now and not before"));
+}
+
+TEST(SceneCheck, FindsAMaskThatIsLost) {
+    const osg::ref_ptr<osg::Geode> square = squareAt(0);
+    square->setNodeMask(2);
+    SceneCheck check(*square);
+    square->setNodeMask(~0u);
+
+    const auto differences = check.compareWith(*square);
+
+    ASSERT_EQ(differences.size(), 1u);
+    EXPECT_EQ(differences[0].check, Check::State);
+    EXPECT_THAT(differences[0].text, HasSubstr("(node mask 2)"));
+}
+
+TEST(SceneCheck, FindsACallbackThatIsLost) {
+    const osg::ref_ptr<osg::Geode> square = squareAt(0);
+    square->setUpdateCallback(new osg::NodeCallback);
+    SceneCheck check(*square);
+    square->setUpdateCallback(nullptr);
+
+    EXPECT_THAT(check.compareWith(*square).at(0).text, HasSubstr("other state (a callback)"));
+}
+
+TEST(SceneCheck, FindsAModeThatIsLostAndNamesIt) {
+    const osg::ref_ptr<osg::Group> scene = makeScene();
+    scene->getChild(0)->setStateSet(stateWithMode(GL_BLEND, osg::StateAttribute::ON));
+    const osg::ref_ptr<osg::Group> changed = deepCopy(*scene);
+    changed->getChild(0)->setStateSet(nullptr);
+
+    const auto differences = compare(*scene, *changed);
+
+    ASSERT_EQ(differences.size(), 1u);
+    EXPECT_EQ(differences[0].check, Check::State);
+    EXPECT_EQ(differences[0].count, 2u);
+    EXPECT_THAT(differences[0].text, HasSubstr("drawn with other state (mode 3042), the first a triangle at 0,1,0"));
+}
+
+TEST(SceneCheck, ComparesAttributesByTheirContent) {
+    const osg::ref_ptr<osg::Geode> square = squareAt(0);
+    square->getOrCreateStateSet()->setAttribute(redMaterial());
+    SceneCheck check(*square);
+
+    square->getOrCreateStateSet()->setAttribute(redMaterial());
+    EXPECT_TRUE(check.compareWith(*square).empty());
+    static_cast<osg::Material*>(square->getStateSet()->getAttribute(osg::StateAttribute::MATERIAL))
+        ->setDiffuse(osg::Material::FRONT, osg::Vec4(0, 1, 0, 1));
+    EXPECT_THAT(check.compareWith(*square).at(0).text, HasSubstr("(Material)"));
+}
+
+TEST(SceneCheck, FindsAnotherTextureFileUniformAndRenderBin) {
+    const osg::ref_ptr<osg::Geode> square = squareAt(0);
+    osg::StateSet& state = *square->getOrCreateStateSet();
+    state.setTextureAttribute(0, makeTexture("a.png"));
+    state.addUniform(new osg::Uniform("depth", 1.0f));
+    SceneCheck check(*square);
+
+    state.setTextureAttribute(0, makeTexture("b.png"));
+    EXPECT_THAT(check.compareWith(*square).at(0).text, HasSubstr("(Texture2D of unit 0)"));
+    state.setTextureAttribute(0, makeTexture("a.png"));
+    EXPECT_TRUE(check.compareWith(*square).empty());
+    state.getUniform("depth")->set(2.0f);
+    EXPECT_THAT(check.compareWith(*square).at(0).text, HasSubstr("(uniform depth)"));
+    state.getUniform("depth")->set(1.0f);
+    state.setRenderBinDetails(10, "DepthSortedBin");
+    EXPECT_THAT(check.compareWith(*square).at(0).text, HasSubstr("(render bin)"));
+}
+
+TEST(SceneCheck, HeedsOverrideAndProtected) {
+    using osg::StateAttribute;
+    const osg::ref_ptr<osg::Group> scene = makeScene();
+    scene->setStateSet(stateWithMode(GL_BLEND, StateAttribute::ON | StateAttribute::OVERRIDE));
+    SceneCheck check(*scene);
+
+    scene->getChild(0)->setStateSet(stateWithMode(GL_BLEND, StateAttribute::OFF));
+    EXPECT_TRUE(check.compareWith(*scene).empty());
+    scene->getChild(0)->setStateSet(stateWithMode(GL_BLEND, StateAttribute::OFF | StateAttribute::PROTECTED));
+    EXPECT_EQ(check.compareWith(*scene).at(0).check, Check::State);
+}
+
+TEST(SceneCheck, DoesNotMindStateThatMovedToTheChildren) {
+    const osg::ref_ptr<osg::Group> scene = makeScene();
+    scene->setStateSet(stateWithMode(GL_BLEND, osg::StateAttribute::ON));
+    SceneCheck check(*scene);
+
+    for (unsigned int i = 0; i < 2; ++i) scene->getChild(i)->setStateSet(scene->getStateSet());
+    scene->setStateSet(nullptr);
+
+    EXPECT_TRUE(check.compareWith(*scene).empty());
+}
+
+TEST(SceneCheck, DoesNotMindAProgramThatIsMeantToGo) {
+    const osg::ref_ptr<osg::Geode> square = squareAt(0);
+    osg::StateSet& state = *square->getOrCreateStateSet();
+    state.setAttribute(new osg::Program);
+    SceneCheck meant(*square, {&state});
+    SceneCheck other(*square);
+
+    state.removeAttribute(osg::StateAttribute::PROGRAM);
+
+    EXPECT_TRUE(meant.compareWith(*square).empty());
+    EXPECT_EQ(other.compareWith(*square).at(0).check, Check::State);
+}
+
+TEST(SceneCheck, ComparesQuadsFansAndPolygonsAsTriangles) {
+    const osg::ref_ptr<osg::Geode> square = squareAt(0);
+    osg::Geometry& geometry = *square->getDrawable(0)->asGeometry();
+    SceneCheck check(*square);
+
+    for (const GLenum mode : {GL_QUADS, GL_TRIANGLE_FAN, GL_POLYGON}) {
+        geometry.setPrimitiveSet(0, new osg::DrawArrays(mode, 0, 4));
+        EXPECT_TRUE(check.compareWith(*square).empty()) << mode;
+    }
+    geometry.setPrimitiveSet(0, indices({1, 2, 0, 3, 0, 2}));
+    EXPECT_TRUE(check.compareWith(*square).empty());
+    geometry.setPrimitiveSet(0, new osg::DrawArrays(GL_QUADS, 1, 3));
+    EXPECT_EQ(check.compareWith(*square).at(0).count, 2u);
+}
+
+TEST(SceneCheck, ComparesStripsAsTriangles) {
+    for (const GLenum mode : {GL_TRIANGLE_STRIP, GL_QUAD_STRIP}) {
+        const osg::ref_ptr<osg::Geode> square = squareAt(0);
+        osg::Geometry& geometry = *square->getDrawable(0)->asGeometry();
+        auto& vertices = static_cast<osg::Vec3Array&>(*geometry.getVertexArray());
+        geometry.setPrimitiveSet(0, new osg::DrawArrays(mode, 0, 4));
+        SceneCheck check(*square);
+
+        std::swap(vertices[2], vertices[3]);
+        const bool isQuad = mode == GL_QUAD_STRIP;
+        geometry.setPrimitiveSet(0, isQuad ? indices({0, 1, 2, 0, 2, 3}) : indices({0, 1, 3, 1, 2, 3}));
+        EXPECT_TRUE(check.compareWith(*square).empty()) << mode;
+    }
+}
+
+TEST(SceneCheck, FindsATriangleThatIsTurnedRound) {
+    const osg::ref_ptr<osg::Geode> square = squareAt(0);
+    osg::Geometry& geometry = *square->getDrawable(0)->asGeometry();
+    SceneCheck check(*square);
+
+    geometry.setPrimitiveSet(0, indices({0, 1, 2, 0, 3, 2}));
+
+    const auto differences = check.compareWith(*square);
+    ASSERT_EQ(differences.size(), 2u);
+    EXPECT_EQ(differences[0].count, 1u);
+    EXPECT_EQ(differences[1].count, 1u);
+}
+
+TEST(SceneCheck, FindsLinesAndPoints) {
+    for (const GLenum mode : {GL_POINTS, GL_LINES, GL_LINE_STRIP, GL_LINE_LOOP}) {
+        const osg::ref_ptr<osg::Geode> square = squareAt(0);
+        osg::Geometry& geometry = *square->getDrawable(0)->asGeometry();
+        geometry.setPrimitiveSet(0, new osg::DrawArrays(mode, 0, 4));
+        SceneCheck check(*square);
+        EXPECT_TRUE(check.compareWith(*square).empty());
+
+        geometry.setPrimitiveSet(0, new osg::DrawArrays(mode, 0, 2));
+        EXPECT_EQ(check.compareWith(*square).at(0).check, Check::Position) << mode;
+    }
+}
+
+TEST(SceneCheck, DoesNotMindTransformsThatArePutIntoTheVertices) {
+    const osg::Matrixd matrix = osg::Matrixd::rotate(0.3, osg::Vec3(1, 2, 3)) * osg::Matrixd::translate(7, 8, 900);
+    const osg::ref_ptr<osg::Geode> moved = squareAt(2);
+    auto& vertices = static_cast<osg::Vec3Array&>(*moved->getDrawable(0)->asGeometry()->getVertexArray());
+    for (osg::Vec3& vertex : vertices) vertex = osg::Vec3(osg::Vec3d(vertex) * matrix);
+
+    SceneCheck check(*staticTransform(matrix, squareAt(2)));
+
+    EXPECT_TRUE(check.compareWith(*moved).empty());
+    EXPECT_GT(check.largestDisplacement(), 0.0);
+}
+
+TEST(SceneCheck, LooksFromBetweenTheRangesThatOccurAndFromBeyondThem) {
+    const osg::ref_ptr<osg::Group> scene = makeScene();
+    const SceneCheck check(*scene);
+    const osg::Vec3d centre(20, 0, 0);
+
+    std::set<int> levels;
+    for (const Eye& eye : check.eyes()) {
+        const double distance = (eye.place - centre).length();
+        levels.insert(distance < 100 ? 0 : distance < 1000 ? 1 : 2);
+    }
+
+    EXPECT_EQ(levels, std::set<int>({0, 1, 2}));
+    EXPECT_EQ(check.eyes().size(), 6u);
+}
+
+TEST(SceneCheck, SeesNoDifferenceBetweenTwoEmptyGraphs) {
+    EXPECT_TRUE(compare(*groupOf({}), *groupOf({})).empty());
+}
