@@ -526,6 +526,24 @@ TEST(SimpleGeometryGenerator, ClearDetachesBuffers) {
     EXPECT_FALSE(primitivesOf(*markers, GL_POINTS)->getBufferObject());
 }
 
+TEST(SimpleGeometryGenerator, GetsNewBuffersWhenItBeginsAnew) {
+    const auto generator = makeGenerator();
+    generator->addLine(a, b, red);
+    generator->addTriangle(a, b, c, red);
+
+    generator->clear();
+    generator->addLine(a, b, red);
+    osg::Geometry& markers = markersOf(*generator);
+
+    osg::Geometry& lines = geometryOf(*generator);
+    const osg::BufferObject* buffer = lines.getVertexArray()->getBufferObject();
+    EXPECT_TRUE(buffer);
+    EXPECT_EQ(lines.getColorArray()->getBufferObject(), buffer);
+    EXPECT_TRUE(primitivesOf(lines, GL_LINES)->getBufferObject());
+    EXPECT_TRUE(primitivesOf(lines, GL_TRIANGLES)->getBufferObject());
+    EXPECT_TRUE(primitivesOf(markers, GL_POINTS)->getBufferObject());
+}
+
 TEST(SimpleGeometryGenerator, ClearKeepsWireframeAndLineWidth) {
     const auto generator = makeGenerator();
     generator->addLine(a, b, red);

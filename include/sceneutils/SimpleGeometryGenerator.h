@@ -88,7 +88,7 @@ public:
     /**
      * Takes away all that was added, and the matrix. Wireframe and line width stay as they are, markers are off.
      *
-     * The arrays give their buffers on the graphics card back; what is added afterwards is drawn from main memory.
+     * The buffers on the graphics card are given back; what is added afterwards gets new ones.
      */
     void clear();
 

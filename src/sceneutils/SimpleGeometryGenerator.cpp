@@ -55,6 +55,14 @@ void drawFromBuffers(osg::Geometry& geometry) {
     geometry.setUseVertexBufferObjects(true);
 }
 
+/** Lists that lost their buffers in clear() get new ones: vertex array objects cannot do without. */
+void attach(osg::Geometry& geometry, osg::Geode& geode) {
+    geometry.setUseVertexBufferObjects(false);
+    geometry.setUseVertexBufferObjects(true);
+    // A copy may have attached it already; twice, it would be drawn twice.
+    if (!geode.containsDrawable(&geometry)) geode.addDrawable(&geometry);
+}
+
 template <typename Array, typename Element>
 void append(Array& array, std::initializer_list<Element> elements) {
     array.insert(array.end(), elements.begin(), elements.end());
@@ -205,8 +213,7 @@ void SimpleGeometryGenerator::bubbleUpTransform() {
 
 void SimpleGeometryGenerator::checkGeometry() {
     if (!_geometryAdded) {
-        // A copy may have attached it already; twice, it would be drawn twice.
-        if (!_geode->containsDrawable(_geometry)) _geode->addDrawable(_geometry);
+        attach(*_geometry, *_geode);
         _geometryAdded = true;
     }
     dirtyDrawing(*_geometry);
@@ -228,7 +235,7 @@ void SimpleGeometryGenerator::checkTriangles() {
 
 void SimpleGeometryGenerator::checkPointsGeometry() {
     if (_pointsGeometryAdded) return;
-    if (!_geode->containsDrawable(_pointsGeometry)) _geode->addDrawable(_pointsGeometry);
+    attach(*_pointsGeometry, *_geode);
     _pointsGeometryAdded = true;
 }
 
@@ -280,7 +287,7 @@ unsigned int SimpleGeometryGenerator::nextVertex() const {
     return static_cast<unsigned int>(_vertices->size());
 }
 
-// Undirtied, buffers keep the old content, and OpenGL the old addresses of arrays that have no buffers after a clear().
+// Undirtied, buffers keep the old content, and after a clear() OpenGL draws from buffers that are gone.
 void SimpleGeometryGenerator::dirtyLists() {
     _vertices->dirty();
     _colors->dirty();

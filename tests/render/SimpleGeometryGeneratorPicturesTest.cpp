@@ -439,12 +439,21 @@ TEST_P(SimpleGeometryGeneratorHistory, DrawsAgainAfterClear) {
 
 namespace {
 
-/** Does one of the things that a user may do. A clear() makes `sinceClear` forget what was done before. */
+using Action = std::function<void(SimpleGeometryGenerator&)>;
+
+/** Makes the same index lists, in the same order: which comes first outlasts a clear(), and is drawn first. */
+Action sameLists(SimpleGeometryGenerator& generator) {
+    std::vector<GLenum> modes;
+    for (const auto& primitives : linesOf(generator).getPrimitiveSetList()) modes.push_back(primitives->getMode());
+    return [modes](SimpleGeometryGenerator& other) {
+        for (const GLenum mode : modes) mode == GL_LINES ? other.checkLines() : other.checkTriangles();
+    };
+}
+
+/** Does one of the things that a user may do, and tells whether it was a clear(). */
 class RandomUser {
 public:
     explicit RandomUser(unsigned int seed) : _random(seed) {}
-
-    using Action = std::function<void(SimpleGeometryGenerator&)>;
 
     Action next(bool& isClear) {
         const int kind = number(0, 99);
@@ -482,14 +491,14 @@ TEST_P(SimpleGeometryGeneratorHistory, LooksAsIfMadeInOneGoWhateverTheOrderOfAdd
     for (unsigned int seed = 0; seed < 20; ++seed) {
         RandomUser user(seed);
         const auto generator = makeGenerator();
-        std::vector<RandomUser::Action> sinceClear;
+        std::vector<Action> sinceClear;
         studio.draw(generator);
         for (int frame = 0; frame < 8; ++frame) {
             for (int i = user.number(0, 6); i > 0; --i) {
                 bool isClear = false;
-                const RandomUser::Action action = user.next(isClear);
+                const Action action = user.next(isClear);
+                if (isClear && !sinceClear.empty()) sinceClear = {sameLists(*generator)};
                 action(*generator);
-                if (isClear) sinceClear.clear();
                 sinceClear.push_back(action);
             }
             const auto inOneGo = makeGenerator();

@@ -26,16 +26,22 @@ inline osg::Geometry& geometryOf(osg::Group& generator, unsigned int number = 0)
     return *geodeOf(generator).getDrawable(number)->asGeometry();
 }
 
-/** The lines and triangles of a generator, which it makes sure are there. */
-inline osg::Geometry& linesOf(veltrane::sceneutils::SimpleGeometryGenerator& generator) {
-    generator.checkGeometry();
-    return geometryOf(generator);
+/** The geode's geometry that has normals, or the one that has none. */
+inline osg::Geometry& geometryWithNormals(osg::Group& generator, bool hasNormals) {
+    const bool isFirst = (geometryOf(generator).getNormalArray() != nullptr) == hasNormals;
+    return geometryOf(generator, isFirst ? 0 : 1);
 }
 
-/** The markers of a generator, which may have no other drawable than its lines and triangles. */
+/** The lines and triangles of a generator, which are attached if they are not. */
+inline osg::Geometry& linesOf(veltrane::sceneutils::SimpleGeometryGenerator& generator) {
+    generator.checkGeometry();
+    return geometryWithNormals(generator, true);
+}
+
+/** The markers of a generator, which are attached if they are not. */
 inline osg::Geometry& markersOf(veltrane::sceneutils::SimpleGeometryGenerator& generator) {
     generator.checkPointsGeometry();
-    return geometryOf(generator, geodeOf(generator).getNumDrawables() - 1);
+    return geometryWithNormals(generator, false);
 }
 
 inline std::vector<osg::Vec3> verticesOf(const osg::Geometry& geometry) {
