@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <osg/DisplaySettings>
+#include <osg/GLObjects>
 #include <osg/Light>
 #include <osg/LightSource>
 #include <osg/Point>
@@ -52,6 +53,14 @@ public:
         _renderer.setScene(_scene);
         lookAt(osg::Vec3d());
     }
+    ~Studio() {
+        // OpenSceneGraph crashes at the end of the program when vertex array objects outlive their context.
+        _scene->removeChildren(0, _scene->getNumChildren());
+        _renderer.waitForDriver();
+        osg::flushAllDeletedGLObjects(_renderer.viewer().getCamera()->getGraphicsContext()->getState()->getContextID());
+    }
+    Studio(const Studio&) = delete;
+    Studio& operator=(const Studio&) = delete;
 
     void lookAt(const osg::Vec3d& place) { _renderer.setView(place + osg::Vec3d(0, 0, eyeDistance), place); }
 
