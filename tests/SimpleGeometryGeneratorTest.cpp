@@ -9,9 +9,11 @@
 #include <osg/LineWidth>
 #include <osg/Point>
 #include <osg/PolygonMode>
+#include <osgDB/Registry>
 
 #include <cstring>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <type_traits>
 #include <typeinfo>
@@ -53,6 +55,16 @@ std::vector<unsigned int> modifiedCounts(SimpleGeometryGenerator& generator) {
         for (const auto& primitives : geometry->getPrimitiveSetList()) counts.push_back(primitives->getModifiedCount());
     }
     return counts;
+}
+
+/** What comes back from a file of that format; null if the format cannot hold it. */
+osg::ref_ptr<osg::Node> writeAndRead(const osg::Node& node, const std::string& ending) {
+    osgDB::ReaderWriter& format = *osgDB::Registry::instance()->getReaderWriterForExtension(ending);
+    const osg::ref_ptr<osgDB::Options> options = new osgDB::Options;
+    options->setPluginStringData("fileType", ending == "osgt" ? "Ascii" : ending == "osgx" ? "XML" : "Binary");
+    std::stringstream file;
+    if (!format.writeNode(node, file, options).success()) return nullptr;
+    return format.readNode(file, options).getNode();
 }
 
 /** The ways to add something. */
@@ -814,4 +826,34 @@ TEST(SimpleGeometryGenerator, GeometriesStayWhatTheyAreWhenCopied) {
     EXPECT_EQ(typeid(emptied), typeid(original));
     EXPECT_EQ(static_cast<unsigned int>(dynamic_cast<osg::Geometry&>(*copy).getNormalArray()->getBinding()),
               perPrimitive);
+}
+
+TEST(SimpleGeometryGenerator, SurvivesFilesOfTheseFormats) {
+    const auto generator = makeGenerator();
+    generator->addLine(a, b, red);
+    generator->addTriangle(a, b, c, green);
+    generator->setMatrix(osg::Matrixd::translate(1, 2, 3));
+
+    for (const char* ending : {"osg", "osgb", "osgt", "osgx"}) {
+        const osg::ref_ptr<osg::Node> read = writeAndRead(*generator, ending);
+        auto* transform = dynamic_cast<osg::MatrixTransform*>(read.get());
+        ASSERT_TRUE(transform) << ending;
+        EXPECT_EQ(transform->getMatrix(), osg::Matrixd::translate(1, 2, 3)) << ending;
+        osg::Geometry& lines = geometryOf(*transform);
+        EXPECT_THAT(verticesOf(lines), ElementsAre(a, b, a, b, c)) << ending;
+        EXPECT_THAT(colorsOf(lines), ElementsAre(red, red, green, green, green)) << ending;
+        EXPECT_THAT(indicesOf(lines, GL_LINES), ElementsAre(0, 1)) << ending;
+        EXPECT_THAT(indicesOf(lines, GL_TRIANGLES), ElementsAre(2, 3, 4)) << ending;
+        EXPECT_THAT(normalsOf(lines), Each(up)) << ending;
+    }
+}
+
+TEST(SimpleGeometryGenerator, IsRefusedByTheIveWriter) {
+    const auto generator = makeGenerator();
+    generator->addLine(a, b, red);
+    const OsgMessages messages;
+
+    EXPECT_FALSE(writeAndRead(*generator, "ive"));
+    linesOf(*generator).setNormalArray(new osg::Vec3Array(1, &up), osg::Array::BIND_OVERALL);
+    EXPECT_TRUE(writeAndRead(*generator, "ive")) << "which is what its page says to do";
 }

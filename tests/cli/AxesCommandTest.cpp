@@ -69,7 +69,7 @@ TEST(AxesCommand, LooksTheSameFromEveryFormat) {
     for (const std::string ending : endings) {
         const std::string file = folder / ("axes" + ending);
         runTool({"axes", file});
-        ASSERT_EQ(runTool({"render", file, folder / (ending + ".png"), "--size", "100x100"}).status, 0) << ending;
+        ASSERT_EQ(runTool({"render", file, "-o", folder / (ending + ".png"), "--size", "100x100"}).status, 0) << ending;
         pictures.push_back(shown.add(osgDB::readRefImageFile(folder / (ending + ".png"))));
         EXPECT_EQ(differenceOf(*pictures.back(), *pictures.front()).pixels, 0) << ending;
     }
