@@ -116,9 +116,8 @@ int heightOf(const Rgb& color, const osg::Image& picture) {
 osg::ref_ptr<osg::Geometry> makeOtherNormals() {
     const osg::ref_ptr<osg::Geometry> square = osg::createTexturedQuadGeometry(
         placeOf(0, 0), osg::Vec3(static_cast<float>(5 * pixel), 0, 0), osg::Vec3(0, static_cast<float>(5 * pixel), 0));
-    const osg::ref_ptr<osg::Vec3Array> normals = new osg::Vec3Array(osg::Array::BIND_PER_VERTEX, 4);
-    for (osg::Vec3& normal : *normals) normal.set(-1, 0, 0);
-    square->setNormalArray(normals);
+    const osg::Vec3 normal(-1, 0, 0);
+    square->setNormalArray(new osg::Vec3Array(1, &normal), osg::Array::BIND_OVERALL);
     return square;
 }
 
