@@ -33,6 +33,7 @@ private:
 // Each command has a source of its own that adds it to the command line. What it was told to do runs when the command
 // line has been read; `result` takes the status it ends with.
 
+void addAxesCommand(CLI::App& app, ExitStatus& result);
 void addBoundsCommand(CLI::App& app, ExitStatus& result);
 void addConvertCommand(CLI::App& app, ExitStatus& result);
 void addFindCommand(CLI::App& app, ExitStatus& result);

@@ -39,6 +39,7 @@ int main(int argc, char** argv) {
         osg::WARN);  // what OpenSceneGraph says below that goes to standard output, which is for results
 
     ExitStatus result = ExitStatus::Done;
+    addAxesCommand(app, result);
     addBoundsCommand(app, result);
     addConvertCommand(app, result);
     addFindCommand(app, result);

@@ -2,6 +2,7 @@
 
 #include <sceneutils/Export.h>
 
+#include <osg/Group>
 #include <osg/Node>
 #include <osg/PositionAttitudeTransform>
 #include <osg/Program>
@@ -84,6 +85,18 @@ SCENEUTILS_EXPORT osg::Node* GetDirt(double height, osg::ref_ptr<osg::Texture> c
  * Reports nothing and keeps no state. Must not run while another thread uses the state set.
  */
 SCENEUTILS_EXPORT void makeWireframe(osg::StateSet* stateSet, const osg::Vec4& color, float offset);
+
+/**
+ * Makes a coordinate system to look at: three lines from the ends of the axes to the origin, x red, y green and z blue.
+ * @param size how long the lines are, in graph units; negative ones point the other way
+ * @return a new SimpleGeometryGenerator, the caller's to hold, to which more can be added
+ *
+ * The lines get a generated program that draws them unlit and in fog, see ShaderGenerator; its uniform "fogDensity" is
+ * the caller's to set, and is 0, no fog, as long as nobody does.
+ *
+ * Reports nothing. Uses the ShaderGenerator of the process: may run in several threads at a time.
+ */
+SCENEUTILS_EXPORT osg::ref_ptr<osg::Group> createCoordinateSystemGeometry(float size);
 
 /**
  * Finds the transform by which a part of a model is moved.
