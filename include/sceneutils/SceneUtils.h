@@ -87,6 +87,18 @@ SCENEUTILS_EXPORT osg::Node* GetDirt(double height, osg::ref_ptr<osg::Texture> c
 SCENEUTILS_EXPORT void makeWireframe(osg::StateSet* stateSet, const osg::Vec4& color, float offset);
 
 /**
+ * Makes a coordinate system to look at: three lines from the ends of the axes to the origin, x red, y green and z blue.
+ * @param size how long the lines are, in graph units; negative ones point the other way
+ * @return a new SimpleGeometryGenerator, the caller's to hold, to which more can be added
+ *
+ * The lines get a generated program that draws them unlit and in fog, see ShaderGenerator; its uniform "fogDensity" is
+ * the caller's to set, and is 0, no fog, as long as nobody does.
+ *
+ * Reports nothing. Uses the ShaderGenerator of the process: may run in several threads at a time.
+ */
+SCENEUTILS_EXPORT osg::ref_ptr<osg::Group> createCoordinateSystemGeometry(float size);
+
+/**
  * Finds the transform by which a part of a model is moved.
  * @param root the whole graph below it is searched, see FindNodeVisitor; null finds nothing
  * @param name the whole name, in its own letter case

@@ -14,6 +14,7 @@
 #include <sceneutils/RemoveNamesAndDescriptions.h>
 #include <sceneutils/SceneUtils.h>
 #include <sceneutils/ShaderGenerator.h>
+#include <sceneutils/SimpleGeometryGenerator.h>
 #include <sceneutils/StateSetVisitor.h>
 #include <sceneutils/TextureVisitor.h>
 #include <sceneutils/TransformAccumulator.h>
@@ -125,6 +126,11 @@ int main() {
     optimizer.setUnspatializeRadius(100.0);
     optimizer.process(root);
     expect(optimizer.getUnspatializeRadius() == 100.0, "the radius is kept");
+
+    osg::ref_ptr<SimpleGeometryGenerator> marks = new SimpleGeometryGenerator;
+    marks->addLine(osg::Vec3f(), osg::Vec3f(1, 0, 0), marks->createColor(63));
+    expect(marks->getBound().radius() == 0.5f, "a line is added");
+    expect(createCoordinateSystemGeometry(2.0f)->getBound().valid(), "a coordinate system is made");
 
     return failures == 0 ? 0 : 1;
 }
