@@ -4,6 +4,7 @@
 #include <osgText/Text>
 
 #include <sstream>
+#include <string>
 
 namespace veltrane::sceneutils {
 
@@ -83,7 +84,8 @@ const LODColors pagedLODColors{{1.0f, 1.0f, 0.0f, 1.0f}, {0.0f, 1.0f, 1.0f, 1.0f
 osgText::Font* LabelFont::get() {
     if (!_isRead) {
         // Asked first, because OpenSceneGraph warns of a font that is not there.
-        if (!osgText::findFontFile(labelFontFile).empty()) _font = osgText::readRefFontFile(labelFontFile);
+        const std::string path = osgText::findFontFile(labelFontFile);
+        if (!path.empty()) _font = osgText::readRefFontFile(path);
         _isRead = true;
     }
     return _font;
