@@ -58,7 +58,7 @@ public:
      * @return a new group with one child for each way, the caller's to hold
      *
      * Standard error gets "num paths = COUNT" first. The text of a long chain is mostly indentation: "lodmarkup.osg"
-     * grows with the square of its length, to 12 MB at 200 LODs below each other.
+     * grows with the square of its length, to 9 MB at 200 LODs below each other.
      */
     osg::ref_ptr<osg::Group> markupPath(osg::Node* node);
 
@@ -89,7 +89,8 @@ public:
      * @param child whose range is drawn, unless it ends at 5000 or further
      * @param generator takes the lines, in the LOD's coordinates, and the labels as children; null draws nothing
      *
-     * The labels' font is "fonts/arial.ttf" where OpenSceneGraph finds it, or else its own.
+     * The labels' font is "fonts/arial.ttf" where OpenSceneGraph finds it (or what the system has in its place), or
+     * else OpenSceneGraph's own. Each call looks for it; markupPath() does so once for all labels.
      */
     void addToGeometry(osg::LOD* lod, osg::Node* child, SimpleGeometryGenerator* generator);
 
