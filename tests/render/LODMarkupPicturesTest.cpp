@@ -85,7 +85,8 @@ osg::ref_ptr<osg::Group> makeLevel(bool inOwnFont) {
     LODMarkup().addToGeometry(house, house->getChild(0), generator);
     for (const osgText::Text* label : labelsOf(*generator)) {
         auto& text = const_cast<osgText::Text&>(*label);
-        const osg::ref_ptr<osgText::Font> font = inOwnFont ? osgText::Font::getDefaultFont() : text.getFont();
+        osg::ref_ptr<osgText::Font> font = text.getFont();
+        if (inOwnFont) font = osgText::Font::getDefaultFont();
         if (!font) continue;
         font->getCachedStateSets().clear();  // which earlier shader runs may have changed
         text.setFont(nullptr);
