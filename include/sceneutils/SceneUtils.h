@@ -107,4 +107,28 @@ SCENEUTILS_EXPORT osg::ref_ptr<osg::Group> createCoordinateSystemGeometry(float 
  */
 SCENEUTILS_EXPORT osg::PositionAttitudeTransform* findNamedPAT(osg::Node* root, const std::string& name);
 
+/**
+ * Makes a test object: the model "rock.osg", at a place that is always the same.
+ * @return a new transform that nothing refers to yet, the caller's to hold, at (46.406150817871094, 15, 6) in graph
+ *     units. The model, looked for along osgDB's data file path with the registry's options, is its only child; it has
+ *     none when the model cannot be read, which OpenSceneGraph reports.
+ *
+ * Keeps no state.
+ */
+SCENEUTILS_EXPORT osg::PositionAttitudeTransform* addRock();
+
+/**
+ * Writes a graph, or one node of it with all that hangs below, to the file FILEBASE.osg.
+ * @param root the graph; null writes nothing
+ * @param name the whole name of the node, in its own letter case. The first node of that name is written, see
+ *     FindNodeVisitor; nothing is if there is none. Empty or null: the whole graph.
+ * @param fileBase the file's path but for its ending, of any length; null writes nothing
+ *
+ * The node is written as it is, in its own coordinates: transforms and state above it are left out. An existing file is
+ * replaced. Nothing is reported, not even a file that cannot be written. The graph is not changed and not held.
+ *
+ * Keeps no state. Must not run while another thread changes the graph.
+ */
+SCENEUTILS_EXPORT void exportNode(osg::Group* root, const char* name, const char* fileBase);
+
 }  // namespace veltrane::sceneutils

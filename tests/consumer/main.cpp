@@ -8,6 +8,7 @@
 #include <sceneutils/FindNodeVisitor.h>
 #include <sceneutils/FlattenUselessLODs.h>
 #include <sceneutils/ForceTextureFilter.h>
+#include <sceneutils/LODMarkup.h>
 #include <sceneutils/MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor.h>
 #include <sceneutils/OpenFlightLODCreator.h>
 #include <sceneutils/OptimizeBatches.h>
@@ -121,6 +122,12 @@ int main() {
     root->addChild(hinted);
     OpenFlightLODCreator().process(root);
     expect(hinted->getParent(0) != root, "the hint becomes an LOD");
+
+    LODMarkup::process(root);
+    expect(hinted->getParent(0)->getParent(0) != root, "the LOD is marked");
+
+    exportNode(root, "no such node", "not written");
+    expect(osg::ref_ptr<osg::Node>(addRock())->asTransform(), "there is a place for a rock");
 
     OptimizeBatches optimizer;
     optimizer.setUnspatializeRadius(100.0);
