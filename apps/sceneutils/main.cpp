@@ -44,10 +44,12 @@ int main(int argc, char** argv) {
     addFindCommand(app, result);
     addInfoCommand(app, result);
     addLodsCommand(app, result);
+    addPlanCommand(app, result);
     addRecentreCommand(app, result);
     addRenderCommand(app, result);
     addSampleCommand(app, result);
     addShadersCommand(app, result);
+    addValidateCommand(app, result);
 
     try {
         app.parse(argc, argv);
