@@ -42,6 +42,10 @@ std::string atByte(std::uint64_t offset) {
     return " at byte " + std::to_string(offset);
 }
 
+[[noreturn]] void throwEndsAfter(std::uint64_t size) {
+    throw FlightFileError("truncated: ends after " + std::to_string(size) + " bytes", size);
+}
+
 [[noreturn]] void throwEndsInside(std::uint64_t offset) {
     throw FlightFileError("truncated: ends inside the record" + atByte(offset), offset);
 }
@@ -101,9 +105,11 @@ std::string_view FlightRecordReader::view(std::uint64_t offset, std::size_t coun
         if (_window.size() < wanted) _window.resize(wanted);
         _windowOffset = offset;
         _windowSize = _bytes.read(offset, _window.data(), wanted);
+        // It was longer when it was opened.
+        if (_windowSize < wanted) throwEndsAfter(offset + _windowSize);
     }
     const auto begin = static_cast<std::size_t>(offset - _windowOffset);
-    return {_window.data() + begin, std::min(count, _windowSize - begin)};
+    return {_window.data() + begin, count};
 }
 
 // How far OpenSceneGraph goes on: over a vertex palette by the palette's size alone.
@@ -197,7 +203,7 @@ void FlightRecordReader::popLevel() {
 
 // A file that has no levels ends with its last byte, or with padding. OpenSceneGraph ends where a length is 0.
 void FlightRecordReader::endWithoutRecord() {
-    if (_level > 0) throw FlightFileError("truncated: ends after " + std::to_string(_offset) + " bytes", _offset);
+    if (_level > 0) throwEndsAfter(_offset);
     if (_bytes.size() - _offset < recordHeadSize && !areZerosFrom(_offset)) throwEndsInside(_offset);
     if (_offset == 0) throwImpossibleLength(_offset);
     _isAtEnd = true;
@@ -240,7 +246,6 @@ bool FlightRecordReader::areZerosFrom(std::uint64_t offset) {
     while (offset < _bytes.size()) {
         const std::string_view part = view(offset, windowSize);
         if (part.find_first_not_of('\0') != std::string_view::npos) return false;
-        if (part.empty()) return true;  // the file has been cut meanwhile
         offset += part.size();
     }
     return true;
