@@ -142,11 +142,21 @@ TEST(ValidateCommand, TellsEveryKindByItsName) {
                  {"o.flt", {}}});
     fileWith({}).append("junk").write(folder / "db/d.flt");
     saveBytes(folder / "db/f.flt", "text");
+    const json report = jsonIn(folder, {"db/m.flt"});
     std::multiset<std::string> kinds;
-    for (const json& finding : jsonIn(folder, {"db/m.flt"})["findings"])
-        kinds.insert(finding["kind"].get<std::string>());
+    for (const json& finding : report["findings"]) kinds.insert(finding["kind"].get<std::string>());
     EXPECT_EQ(kinds, (std::multiset<std::string>{"missing", "missing", "node", "outside", "other", "name", "record",
                                                  "damaged", "cycle", "duplicate"}));
+}
+
+TEST(ValidateCommand, TellsFilesThatAreTooFarAway) {
+    const TemporaryDirectory folder;
+    for (int i = 0; i < 102; ++i)
+        fileWith({std::to_string(i + 1) + ".flt"}).write(folder / (std::to_string(i) + ".flt"));
+    EXPECT_EQ(validateIn(folder, {"0.flt"}).output,
+              "error: 101.flt: referred to over more than 100 levels (named by 100.flt)\n"
+              "102 files, 1 error, 0 warnings\n");
+    EXPECT_EQ(jsonIn(folder, {"0.flt"})["findings"][0]["kind"], "tooDeep");
 }
 
 TEST(ValidateCommand, TakesAnyFile) {
