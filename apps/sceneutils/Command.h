@@ -41,9 +41,11 @@ void addFindCommand(CLI::App& app, ExitStatus& result);
 void addInfoCommand(CLI::App& app, ExitStatus& result);
 void addLodsCommand(CLI::App& app, ExitStatus& result);
 void addOptimizeCommand(CLI::App& app, ExitStatus& result);
+void addPlanCommand(CLI::App& app, ExitStatus& result);
 void addRecentreCommand(CLI::App& app, ExitStatus& result);
 void addRenderCommand(CLI::App& app, ExitStatus& result);
 void addSampleCommand(CLI::App& app, ExitStatus& result);
 void addShadersCommand(CLI::App& app, ExitStatus& result);
+void addValidateCommand(CLI::App& app, ExitStatus& result);
 
 }  // namespace veltrane::sceneutils::tool

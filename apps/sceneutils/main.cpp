@@ -47,10 +47,12 @@ int main(int argc, char** argv) {
     addInfoCommand(app, result);
     addLodsCommand(app, result);
     addOptimizeCommand(app, result);
+    addPlanCommand(app, result);
     addRecentreCommand(app, result);
     addRenderCommand(app, result);
     addSampleCommand(app, result);
     addShadersCommand(app, result);
+    addValidateCommand(app, result);
 
     try {
         app.parse(argc, argv);
