@@ -37,11 +37,15 @@ std::size_t mostBytesInUse = 0;
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     void* memory = std::malloc(size == 0 ? 1 : size);
-    if (!memory) throw std::bad_alloc();
-    bytesInUse += malloc_usable_size(memory);
+    if (memory) bytesInUse += malloc_usable_size(memory);
     mostBytesInUse = std::max(mostBytesInUse, bytesInUse);
+    return memory;
+}
+void* operator new(std::size_t size) {
+    void* memory = operator new(size, std::nothrow);
+    if (!memory) throw std::bad_alloc();
     return memory;
 }
 void operator delete(void* memory) noexcept {
@@ -49,6 +53,9 @@ void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
+    operator delete(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
     operator delete(memory);
 }
 

@@ -267,6 +267,13 @@ TEST(PlanCommand, WritesTheSameBytesWhateverTheOrderInFolders) {
     EXPECT_THAT(*plans.begin(), HasSubstr("\"path\": \"/db/B.flt\""));
 }
 
+TEST(PlanCommand, HelpListsEveryOption) {
+    const ToolResult result = runTool({"plan", "--help"});
+    EXPECT_EQ(result.status, 0);
+    for (const char* word : {"MASTER", "-o", "--root", "--allow-outside", "--overwrite", "(the master's)", "plan.json"})
+        EXPECT_THAT(result.output, HasSubstr(word));
+}
+
 TEST(PlanCommand, CanBeInterrupted) {
     const TemporaryDirectory folder;
     fileWith({}).write(folder / "db/master.flt");

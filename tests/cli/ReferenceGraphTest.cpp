@@ -97,13 +97,15 @@ TEST(ReferenceGraph, ListsFilesLevelByLevelInTheOrderOfReferences) {
 
 TEST(ReferenceGraph, KnowsPathSizeAndFirstReferrerOfAFile) {
     const TemporaryDirectory folder;
-    writeDatabase(folder, {{"master.flt", {"a.flt", "b.flt"}}, {"a.flt", {"b.flt"}}, {"b.flt", {}}});
+    writeDatabase(folder,
+                  {{"master.flt", {"a.flt", "b.flt"}}, {"a.flt", {"b.flt", "c.flt"}}, {"b.flt", {}}, {"c.flt", {}}});
     const ReferenceGraph graph = graphOf(folder);
 
     EXPECT_EQ(graph.root, realPath(folder));
     EXPECT_EQ(graph.files[2].path, realPath(folder, "b.flt"));
     EXPECT_EQ(graph.files[2].bytes, FlightRecords::headerLength + 8);
     EXPECT_EQ(graph.files[2].namedBy, 0u);
+    EXPECT_EQ(graph.files[3].namedBy, 1u);
     EXPECT_EQ(graph.files[0].namedBy, std::nullopt);
     EXPECT_EQ(graph.files[0].references[1].path, realPath(folder, "b.flt"));
     EXPECT_EQ(graph.files[0].references[1].offset, 328 + FlightRecords::referenceLength);
@@ -302,15 +304,16 @@ TEST(ReferenceGraph, FollowsOddNamesAndTellsThem) {
 
 TEST(ReferenceGraph, TellsNamesOfNodesAndFollowsTheirFiles) {
     const ReferenceGraph graph =
-        graphOf({{"master.flt", {"A.flt<tower>", "gone.flt<tower>", "<tower>"}}, {"a.flt", {}}});
+        graphOf({{"master.flt", {"A.flt<tower>", "gone.flt<tower>", "<tower>", "a.flt<tower"}}, {"a.flt", {}}});
 
     EXPECT_THAT(findingsOf(graph),
                 ElementsAre("error master.flt: 'A.flt<tower>' at byte 328: names a single node, which OpenSceneGraph "
                             "cannot read",
                             "error master.flt: 'gone.flt<tower>' at byte 544: no such file",
-                            "error master.flt: '<tower>' at byte 760: no such file"));
+                            "error master.flt: '<tower>' at byte 760: no such file",
+                            "error master.flt: 'a.flt<tower' at byte 976: no such file"));
     EXPECT_EQ(graph.findings[0].kind, FindingKind::Node);
-    EXPECT_THAT(targetsOf(graph, 0), ElementsAre("a.flt", "-", "-"));
+    EXPECT_THAT(targetsOf(graph, 0), ElementsAre("a.flt", "-", "-", "-"));
 }
 
 TEST(ReferenceGraph, TakesANameWithPointedBracketsForAFileIfThereIsOne) {

@@ -165,3 +165,10 @@ TEST(ValidateCommand, TakesAnyFile) {
     EXPECT_EQ(validateIn(folder, {"model"}).status, 0);
     EXPECT_EQ(validateIn(folder, {}).status, 1);
 }
+
+TEST(ValidateCommand, HelpListsEveryOption) {
+    const ToolResult result = runTool({"validate", "--help"});
+    EXPECT_EQ(result.status, 0);
+    for (const char* word : {"FILE", "--root", "--allow-outside", "--json", "(that of each FILE)"})
+        EXPECT_THAT(result.output, HasSubstr(word));
+}
