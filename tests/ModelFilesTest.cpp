@@ -257,6 +257,16 @@ TEST(ExportNode, WritesWithoutTheRegistrysOptions) {
     EXPECT_THAT(workplace.files(), ElementsAre("all.osg"));
 }
 
+TEST(ExportNode, WritesNoGeodeThatHasOtherChildrenThanDrawables) {
+    const Workplace workplace;
+    const osg::ref_ptr<osg::Geode> geode = makeGeode(makeSquare());
+    geode->addChild(new osg::Group);
+
+    exportNode(makeNamed("world", geode), "", "all");
+
+    EXPECT_THAT(workplace.files(), IsEmpty());
+}
+
 TEST(ExportNode, GivesBackAGraphThatNobodyHolds) {
     const Workplace workplace;
     osg::Group* world = makeWorld().release();
