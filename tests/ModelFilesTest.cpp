@@ -271,7 +271,7 @@ TEST(ExportNode, GivesBackAGraphThatNobodyHolds) {
     const Workplace workplace;
     osg::Group* world = makeWorld().release();
 
-    exportNode(world, "turret", "part");
+    exportNode(world, "", "all");
 
     EXPECT_EQ(world->referenceCount(), 0);
     const osg::ref_ptr<osg::Group> held = world;
