@@ -540,6 +540,42 @@ TEST(LODMarkupPath, ChangesNothingInTheSceneButThePrograms) {
     EXPECT_EQ(house->referenceCount(), 2);
 }
 
+TEST(LODMarkupPath, GivesTheCopyOfATransformAProgramButNotTheTransform) {
+    const auto roof = makeRoof();
+    const osg::ref_ptr<osg::MatrixTransform> moved = makeNamed<osg::MatrixTransform>("moved", roof);
+    moved->getOrCreateStateSet()->setMode(GL_LIGHTING, osg::StateAttribute::OFF);
+    Workplace workplace;
+
+    const auto chain = markPath({moved, roof});
+
+    EXPECT_FALSE(programOf(*moved));
+    EXPECT_TRUE(programOf(below(*chain)));
+}
+
+TEST(LODMarkupPath, GoesOnBelowAGeode) {
+    const osg::ref_ptr<osg::MatrixTransform> moved = makeNamed<osg::MatrixTransform>("moved");
+    const auto roof = makeRoof();
+    roof->addChild(moved);
+    Workplace workplace;
+
+    const auto chain = markPath({roof, moved});
+
+    EXPECT_THAT(workplace.files(), IsEmpty()) << "a geode with other children than drawables cannot be written";
+    ASSERT_EQ(chain->getNumChildren(), 1u);
+    EXPECT_EQ(below(below(*chain)).getName(), "moved");
+}
+
+TEST(LODMarkupPath, DoesNotWriteATileWithAGeodeThatHasOtherChildrenThanDrawables) {
+    const auto roof = makeRoof();
+    roof->addChild(new osg::Group);
+    const auto group = makeNamed("group", makeNamed("inner", roof));
+    Workplace workplace;
+
+    markPath({makePaged(group), group});
+
+    EXPECT_THAT(workplace.files(), IsEmpty());
+}
+
 TEST(LODMarkupPath, GivesBackNodesThatNobodyHolds) {
     osg::Geode* roof = makeRoof().release();
     Workplace workplace;

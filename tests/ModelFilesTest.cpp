@@ -257,11 +257,21 @@ TEST(ExportNode, WritesWithoutTheRegistrysOptions) {
     EXPECT_THAT(workplace.files(), ElementsAre("all.osg"));
 }
 
+TEST(ExportNode, WritesNoGeodeThatHasOtherChildrenThanDrawables) {
+    const Workplace workplace;
+    const osg::ref_ptr<osg::Geode> geode = makeGeode(makeSquare());
+    geode->addChild(new osg::Group);
+
+    exportNode(makeNamed("world", geode), "", "all");
+
+    EXPECT_THAT(workplace.files(), IsEmpty());
+}
+
 TEST(ExportNode, GivesBackAGraphThatNobodyHolds) {
     const Workplace workplace;
     osg::Group* world = makeWorld().release();
 
-    exportNode(world, "turret", "part");
+    exportNode(world, "", "all");
 
     EXPECT_EQ(world->referenceCount(), 0);
     const osg::ref_ptr<osg::Group> held = world;

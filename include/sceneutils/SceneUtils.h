@@ -125,7 +125,8 @@ SCENEUTILS_EXPORT osg::PositionAttitudeTransform* addRock();
  * @param fileBase the file's path but for its ending, of any length; null writes nothing
  *
  * The node is written as it is, in its own coordinates: transforms and state above it are left out. An existing file is
- * replaced. Nothing is reported, not even a file that cannot be written. The graph is not changed and not held.
+ * replaced. Nothing is reported, not even a file that cannot be written, as that of a graph in which a geode has other
+ * children than drawables. The graph is not changed and not held.
  *
  * Keeps no state. Must not run while another thread changes the graph.
  */

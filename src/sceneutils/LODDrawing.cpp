@@ -4,7 +4,6 @@
 #include <osgText/Text>
 
 #include <sstream>
-#include <string>
 
 namespace veltrane::sceneutils {
 
@@ -83,9 +82,8 @@ const LODColors pagedLODColors{{1.0f, 1.0f, 0.0f, 1.0f}, {0.0f, 1.0f, 1.0f, 1.0f
 
 osgText::Font* LabelFont::get() {
     if (!_isRead) {
-        // Asked first, because OpenSceneGraph warns of a font that is not there.
-        const std::string path = osgText::findFontFile(labelFontFile);
-        if (!path.empty()) _font = osgText::readRefFontFile(path);
+        // Looked for first: read by its name, OpenSceneGraph would warn of one that is not there.
+        _font = osgText::readRefFontFile(osgText::findFontFile(labelFontFile));
         _isRead = true;
     }
     return _font;

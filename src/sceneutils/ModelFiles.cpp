@@ -1,6 +1,7 @@
 #include <sceneutils/SceneUtils.h>
 
 #include "HeldNode.h"
+#include "OsgFormat.h"
 
 #include <sceneutils/FindNodeVisitor.h>
 
@@ -38,7 +39,8 @@ void exportNode(osg::Group* root, const char* name, const char* fileBase) {
 
     const HeldNode held(root);
     const osg::ref_ptr<osg::Node> node = isEmpty(name) ? root : findFirst(*root, name);
-    if (node) osgDB::Registry::instance()->writeNode(*node, std::string(fileBase) + ".osg", nullptr);
+    if (!node || !isWritableAsOsg(*node)) return;
+    osgDB::Registry::instance()->writeNode(*node, std::string(fileBase) + ".osg", nullptr);
 }
 
 }  // namespace veltrane::sceneutils

@@ -1,6 +1,7 @@
 #include "PathMarkup.h"
 
 #include "HeldNode.h"
+#include "OsgFormat.h"
 
 #include <sceneutils/ShaderGenerator.h>
 
@@ -22,6 +23,10 @@ constexpr const char* geodeFile = "geode.osg";
 constexpr double boxInset = 0.5;
 
 const osg::Vec4f orange(1.0f, 0.5f, 0.0f, 1.0f);
+
+void write(osg::Node& node, const char* file) {
+    if (isWritableAsOsg(node)) osgDB::writeNodeFile(node, file);
+}
 
 std::string nameOr(const osg::Node& node, const std::string& replacement) {
     return node.getName().empty() ? replacement : node.getName();
@@ -134,7 +139,7 @@ void PathMarkup::addTransform(osg::Transform& transform) {
 
 void PathMarkup::addLOD(osg::LOD& lod, unsigned int level) {
     const auto* paged = dynamic_cast<const osg::PagedLOD*>(&lod);
-    if (paged) osgDB::writeNodeFile(*lod.getChild(level), pagedChildFile);
+    if (paged) write(*lod.getChild(level), pagedChildFile);
     describeLOD(lod, level, paged ? fileNameOf(*paged, level) : std::string());
 
     const osg::ref_ptr<SimpleGeometryGenerator> generator = new SimpleGeometryGenerator;
@@ -155,7 +160,7 @@ void PathMarkup::addGeode(osg::Geode& geode) {
     both->addChild(_current);
     both->addChild(&geode);
     ShaderGenerator::instance()->process(both, false, false, true, true);
-    osgDB::writeNodeFile(geode, geodeFile);
+    write(geode, geodeFile);
     _current = generator;
 }
 
