@@ -248,6 +248,12 @@ TEST(OptimizeCommand, NeverWritesOverAnInputNorUntoldOverAFile) {
     onlyLineOf(scene.command({"--report", scene.in(), "--overwrite"}), 4);
     EXPECT_EQ(readBytes(scene.in()), before);
 
+    const std::string names = scene.folder() / "names.osgt";
+    writeBytes(names, "gate\n");
+    onlyLineOf({"optimize", scene.in(), names, "--keep-names-file", names, "--overwrite"}, 4);
+    onlyLineOf(scene.command({"--report", names, "--keep-names-file", names, "--overwrite"}), 4);
+    EXPECT_EQ(readBytes(names), "gate\n");
+
     writeBytes(scene.out(), "mine");
     EXPECT_EQ(onlyLineOf(scene.command(), 4),
               "sceneutils: " + scene.out() + ": exists already; pass --overwrite to replace it\n");
