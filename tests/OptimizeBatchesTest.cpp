@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -401,6 +402,37 @@ TEST(OptimizeBatches, MergesDrawablesThatHadUserData) {
     optimize(geode);
 
     EXPECT_EQ(geode->getNumDrawables(), 1u);
+}
+
+TEST(OptimizeBatches, MergesOnlyDrawablesOfTheSameMask) {
+    const osg::ref_ptr<osg::StateSet> state = new osg::StateSet;
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    for (const osg::Node::NodeMask mask : {1u, 0u, 1u, 4u, 0u}) {
+        const osg::ref_ptr<osg::Geometry> pair = makePair(osg::Vec3(static_cast<float>(mask), 0, 0));
+        pair->setNodeMask(mask);
+        pair->setStateSet(state);
+        geode->addDrawable(pair);
+    }
+
+    optimize(geode);
+
+    std::map<osg::Node::NodeMask, std::size_t> pointsByMask;
+    for (unsigned int i = 0; i < geode->getNumDrawables(); ++i) {
+        pointsByMask[geode->getDrawable(i)->getNodeMask()] += pointsOf(geode->getDrawable(i)->asGeometry()).size();
+        EXPECT_EQ(geode->getDrawable(i)->getStateSet(), state);
+    }
+    EXPECT_EQ(geode->getNumDrawables(), 3u);
+    EXPECT_EQ(pointsByMask, (std::map<osg::Node::NodeMask, std::size_t>{{0, 4}, {1, 4}, {4, 2}}));
+}
+
+TEST(OptimizeBatches, MergesDrawablesOfTheSameMaskWhateverItIs) {
+    const osg::ref_ptr<osg::Group> group = makeGroup({makePair(osg::Vec3()), makePair(osg::Vec3(5, 0, 0))});
+    for (unsigned int i = 0; i < 2; ++i) group->getChild(i)->setNodeMask(4);
+
+    optimize(group);
+
+    ASSERT_EQ(group->getNumChildren(), 1u);
+    EXPECT_EQ(group->getChild(0)->getNodeMask(), 4u);
 }
 
 TYPED_TEST(ParentOfChosenChildren, KeepsItsDrawablesApart) {

@@ -77,6 +77,7 @@ OptimizationOptions optionsOf(const OptimizeRequest& request) {
 void checkOutputs(const OptimizeRequest& request) {
     checkIsNative(request.output, "all of a graph's state");
     checkIsNoInput(request.output, request.input);
+    if (!request.keptNamesFile.empty()) checkIsNoInput(request.output, request.keptNamesFile);
     checkOutput(request.output, request.overwrite || request.dryRun);
     if (request.report.empty()) return;
     for (const std::string& input : {request.input, request.keptNamesFile})
@@ -124,7 +125,8 @@ ExitStatus optimizeFile(const OptimizeRequest& request) {
     report.overwrite = request.overwrite;
 
     osg::ref_ptr<osg::Node> graph = readGraph(request.input);
-    checkIsNoInput(request.output, request.input, *graph);
+    for (const std::string& output : {request.output, request.report})
+        if (!output.empty()) checkIsNoInput(output, request.input, *graph);
     report.result = optimize(graph, report.options);
     graph = nullptr;
     tellNames(request.input, report.result);

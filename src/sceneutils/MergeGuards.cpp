@@ -7,7 +7,9 @@
 #include <osg/Switch>
 #include <osgSim/MultiSwitch>
 
+#include <map>
 #include <set>
+#include <utility>
 #include <vector>
 
 namespace veltrane::sceneutils {
@@ -54,6 +56,17 @@ bool holdsDrawablesOnly(const osg::Geode& geode) {
 bool showsSomeChildren(const osg::Group& group) {
     return dynamic_cast<const osg::LOD*>(&group) || dynamic_cast<const osg::Switch*>(&group) ||
            dynamic_cast<const osg::Sequence*>(&group) || dynamic_cast<const osgSim::MultiSwitch*>(&group);
+}
+
+/** Those whose mask is not that of the group's first one. */
+void addDrawablesOfOtherMasks(osg::Group& group, std::set<osg::Drawable*>& others) {
+    const osg::Drawable* first = nullptr;
+    for (unsigned int i = 0; i < group.getNumChildren(); ++i) {
+        osg::Drawable* drawable = group.getChild(i)->asDrawable();
+        if (!drawable) continue;
+        if (!first) first = drawable;
+        if (drawable->getNodeMask() != first->getNodeMask()) others.insert(drawable);
+    }
 }
 
 }  // namespace
@@ -114,6 +127,22 @@ void keepChosenChildren(osg::Node& root, osgUtil::Optimizer& optimizer) {
     forEachGroup(root, [&optimizer](osg::Group& group) {
         if (showsSomeChildren(group)) forbid(optimizer, group, osgUtil::Optimizer::MERGE_GEOMETRY);
     });
+}
+
+DrawableMasksApart::DrawableMasksApart(osg::Node& root) {
+    std::set<osg::Drawable*> others;
+    forEachGroup(root, [&others](osg::Group& group) { addDrawablesOfOtherMasks(group, others); });
+    std::map<std::pair<osg::Node::NodeMask, osg::StateSet*>, osg::ref_ptr<osg::StateSet>> apart;
+    for (osg::Drawable* drawable : others) {
+        _drawables.push_back({drawable, drawable->getStateSet()});
+        osg::ref_ptr<osg::StateSet>& stateSet = apart[{drawable->getNodeMask(), drawable->getStateSet()}];
+        if (!stateSet) stateSet = new osg::StateSet;
+        drawable->setStateSet(stateSet);
+    }
+}
+
+DrawableMasksApart::~DrawableMasksApart() {
+    for (const SetApart& each : _drawables) each.drawable->setStateSet(each.ownStateSet);
 }
 
 MixedGeodesApart::MixedGeodesApart(osg::Node& root) {

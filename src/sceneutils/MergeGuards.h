@@ -1,5 +1,6 @@
 #pragma once
 
+#include <osg/Drawable>
 #include <osg/Geode>
 #include <osg/LOD>
 #include <osg/Node>
@@ -56,6 +57,27 @@ private:
 /** Forbids the optimizer to fuse the drawables directly below nodes that show only some of their children: LODs,
  * switches, sequences and multi-switches. */
 void keepChosenChildren(osg::Node& root, osgUtil::Optimizer& optimizer);
+
+/**
+ * Keeps drawables of different node masks from being fused, as all would be drawn with the mask of one of them: while
+ * this lives, those side by side whose mask is not that of the first one have state sets of their own, one for each
+ * mask and state set. Groups whose drawables all have the same mask are left alone.
+ */
+class DrawableMasksApart {
+public:
+    explicit DrawableMasksApart(osg::Node& root);
+    ~DrawableMasksApart();
+    DrawableMasksApart(const DrawableMasksApart&) = delete;
+    DrawableMasksApart& operator=(const DrawableMasksApart&) = delete;
+
+private:
+    struct SetApart {
+        osg::ref_ptr<osg::Drawable> drawable;
+        osg::ref_ptr<osg::StateSet> ownStateSet;
+    };
+
+    std::vector<SetApart> _drawables;
+};
 
 /**
  * Keeps geodes that hold more than drawables from being merged with others, as the rest would be lost: while this

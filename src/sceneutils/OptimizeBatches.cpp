@@ -66,6 +66,7 @@ void OptimizeBatches::process(osg::Node* node) {
     });
     run(Step::MergeGeometry, *node, [&] {
         keepChosenChildren(*node, optimizer);
+        const DrawableMasksApart apart(*node);
         optimizer.optimize(node, osgUtil::Optimizer::MERGE_GEOMETRY);
     });
 }

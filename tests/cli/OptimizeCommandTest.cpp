@@ -203,6 +203,20 @@ TEST(OptimizeCommand, ChangesNothingInItsOwnOutput) {
     EXPECT_EQ(second["after"], first["after"]);
 }
 
+TEST(OptimizeCommand, WritesNothingAndNamesTheDifferenceIfTheSceneWouldChange) {
+    const osg::Matrixd smallAndFar = osg::Matrixd::scale(0.1, 0.1, 0.1) * osg::Matrixd::translate(1 << 24, 0, 0);
+    const Scene scene(groupOf({staticTransform(smallAndFar, squareAt(0)), squareAt(0)}));
+    writeBytes(scene.out(), "mine");
+
+    EXPECT_EQ(onlyLineOf(scene.command({"--overwrite", "--report", scene.folder() / "report.json"}), 3),
+              "sceneutils: " + scene.in() +
+                  ": cannot be optimised without a change: 2 primitives are no longer where they were, the first a "
+                  "triangle at 16777216,0.1,0, seen from a distance of 3607101.44\n");
+
+    EXPECT_EQ(readBytes(scene.out()), "mine");
+    EXPECT_THAT(namesIn(scene.folder().path()), ElementsAre("in.osgb", "out.osgt"));
+}
+
 TEST(OptimizeCommand, RefusesWrongOptionsInOneLine) {
     const Scene scene;
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
@@ -247,6 +261,12 @@ TEST(OptimizeCommand, NeverWritesOverAnInputNorUntoldOverAFile) {
     onlyLineOf({"optimize", scene.in(), scene.in(), "--dry-run"}, 4);
     onlyLineOf(scene.command({"--report", scene.in(), "--overwrite"}), 4);
     EXPECT_EQ(readBytes(scene.in()), before);
+
+    const std::string names = scene.folder() / "names.osgt";
+    writeBytes(names, "gate\n");
+    onlyLineOf({"optimize", scene.in(), names, "--keep-names-file", names, "--overwrite"}, 4);
+    onlyLineOf(scene.command({"--report", names, "--keep-names-file", names, "--overwrite"}), 4);
+    EXPECT_EQ(readBytes(names), "gate\n");
 
     writeBytes(scene.out(), "mine");
     EXPECT_EQ(onlyLineOf(scene.command(), 4),

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <osg/AutoTransform>
 #include <osg/Billboard>
 #include <osg/ShapeDrawable>
 #include <osgSim/LightPointNode>
@@ -286,6 +287,33 @@ TEST(OptimizedScene, LeavesTransformsAboveWhatCannotGoAlong) {
         }
     }
     optimizeSafely(groupOf({staticTransform(osg::Matrixd::scale(2, 2, 2) * turned, lod), squareAt(0)}), within);
+}
+
+TEST(OptimizedScene, KeepsStaticTransformsThatAreMoreThanTheirMatrix) {
+    const osg::ref_ptr<osg::AutoTransform> turning = new osg::AutoTransform;
+    turning->setDataVariance(osg::Object::STATIC);
+    turning->setAutoRotateMode(osg::AutoTransform::ROTATE_TO_SCREEN);
+    turning->addChild(squareAt(0));
+
+    const Optimization result = optimizeSafely(groupOf({turning, squareAt(9)}), withRadius(5.0));
+
+    EXPECT_EQ(findAll<osg::AutoTransform>(result.graph).size(), 1u);
+    EXPECT_EQ(turning->getCullCallback(), nullptr);
+}
+
+TEST(OptimizedScene, FlattensTransformsThatMakeAPointOfEverything) {
+    const osg::ref_ptr<osg::Node> point = staticTransform(osg::Matrixd::scale(0, 0, 0), squareAt(0));
+
+    EXPECT_EQ(optimizeSafely(groupOf({point, squareAt(9)})).after.groups, 0u);
+}
+
+TEST(OptimizedScene, KeepsWhatLiesClosePutFarAway) {
+    const osg::ref_ptr<osg::Group> houses = groupOf({});
+    for (int i = 0; i < 100; ++i) houses->addChild(squareAt(0.3f * static_cast<float>(i)));
+    const osg::ref_ptr<osg::MatrixTransform> place = staticTransform(osg::Matrixd::translate(4e6, 1e6, 4.8e6), houses);
+    place->setDataVariance(osg::Object::DYNAMIC);
+
+    EXPECT_EQ(optimizeSafely(groupOf({place})).after.drawables, 1u);
 }
 
 TEST(OptimizedScene, ASecondRunChangesNoCount) {

@@ -4,8 +4,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <osg/AutoTransform>
+#include <osg/Camera>
+#include <osg/ClipNode>
+#include <osg/LightSource>
 #include <osg/Material>
 #include <osg/Switch>
+
+#include <limits>
 
 using namespace testing_support;
 using namespace veltrane::sceneutils::tool;
@@ -110,8 +116,68 @@ TEST(SceneCheck, TakesTheToleranceFromTheLargestNumberThatWasAddedUp) {
         check.compareWith(*staticTransform(osg::Matrixd::translate((1 << 20) + 0.25, 0, 0), squareAt(3)));
 
     EXPECT_TRUE(differences.empty());
-    EXPECT_DOUBLE_EQ(check.tolerance(), 8.0 * ((1 << 20) + 4.25) / (1 << 24));
+    EXPECT_DOUBLE_EQ(check.tolerance(), 8.0 * ((1 << 20) + 4.0) / (1 << 24));
     EXPECT_DOUBLE_EQ(check.largestDisplacement(), 0.25);
+}
+
+TEST(SceneCheck, DoesNotMixUpWhatLiesCloserThanTheTolerance) {
+    const osg::ref_ptr<osg::Group> far = groupOf({});
+    for (int i = 0; i < 100; ++i) far->addChild(squareAt(0.3f * static_cast<float>(i)));
+    const osg::ref_ptr<osg::MatrixTransform> place = staticTransform(osg::Matrixd::translate(1 << 22, 0, 0), far);
+    SceneCheck check(*place);
+    for (unsigned int i = 0; i < 100; ++i) far->addChild(far->getChild(99 - i));
+    far->removeChildren(0, 100);
+
+    EXPECT_TRUE(check.compareWith(*place).empty());
+    EXPECT_GT(check.tolerance(), 2.0);
+    EXPECT_EQ(check.largestDisplacement(), 0.0);
+}
+
+TEST(SceneCheck, HasATightToleranceBesideWhatIsFarAway) {
+    const osg::ref_ptr<osg::Geode> near = squareAt(0);
+    const osg::ref_ptr<osg::Group> scene = groupOf({near, squareAt(1e9f)});
+    SceneCheck check(*scene);
+    static_cast<osg::Vec3Array&>(*near->getDrawable(0)->asGeometry()->getVertexArray())[1].x() += 1e-4f;
+
+    const auto differences = check.compareWith(*scene);
+
+    ASSERT_EQ(differences.size(), 2u);
+    EXPECT_EQ(differences[0].check, Check::Position);
+}
+
+TEST(SceneCheck, ComparesTheOtherCornersOfATriangleWithOneThatIsNoNumber) {
+    const osg::ref_ptr<osg::Geode> square = squareAt(0);
+    auto& vertices = static_cast<osg::Vec3Array&>(*square->getDrawable(0)->asGeometry()->getVertexArray());
+    vertices[1].x() = std::numeric_limits<float>::quiet_NaN();
+    SceneCheck check(*square);
+    EXPECT_TRUE(check.compareWith(*square).empty());
+    EXPECT_TRUE(check.compareWith(*staticTransform(osg::Matrixd(), square)).empty());
+
+    vertices[0].y() += 1.0f;
+
+    EXPECT_FALSE(check.compareWith(*square).empty());
+}
+
+TEST(SceneCheck, LeavesOutTrianglesWhoseCornersFallTogetherInTheWorld) {
+    const osg::ref_ptr<osg::Group> flat = staticTransform(osg::Matrixd::scale(0, 0, 0), squareAt(0));
+
+    EXPECT_EQ(SceneCheck(*flat).primitives(), 0u);
+    EXPECT_TRUE(compare(*flat, *groupOf({})).empty());
+}
+
+TEST(SceneCheck, FindsNodesThatAreGoneWhoseKindDoesSomething) {
+    for (const osg::ref_ptr<osg::Group>& node : std::vector<osg::ref_ptr<osg::Group>>{
+             new osg::LightSource, new osg::ClipNode, new osg::AutoTransform, new osg::Camera}) {
+        node->addChild(squareAt(0));
+        const osg::ref_ptr<osg::Group> scene = groupOf({node});
+        SceneCheck check(*scene);
+        EXPECT_TRUE(check.compareWith(*scene).empty());
+
+        const auto differences = check.compareWith(*squareAt(0));
+
+        ASSERT_EQ(differences.size(), 1u) << node->className();
+        EXPECT_THAT(differences[0].text, HasSubstr("1 primitive is no longer where it was, the first an object at "));
+    }
 }
 
 TEST(SceneCheck, FindsOtherRangesAndTellsTheDistance) {

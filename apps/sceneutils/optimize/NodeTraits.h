@@ -1,6 +1,10 @@
 #pragma once
 
+#include <osg/MatrixTransform>
 #include <osg/Node>
+#include <osg/PositionAttitudeTransform>
+
+#include <typeinfo>
 
 namespace veltrane::sceneutils::tool {
 
@@ -16,6 +20,11 @@ inline bool hasMoreThanChildren(const osg::Node& node) {
     return !node.getName().empty() || node.getUserDataContainer() || hasCallbacks(node) ||
            node.getNodeMask() != anyNodeMask || !node.getCullingActive() ||
            node.getDataVariance() == osg::Object::DYNAMIC;
+}
+
+/** Whether what a transform does is in its matrix: not so those that turn to the eye, have limits or are cameras. */
+inline bool isPlainTransform(const osg::Node& node) {
+    return typeid(node) == typeid(osg::MatrixTransform) || typeid(node) == typeid(osg::PositionAttitudeTransform);
 }
 
 }  // namespace veltrane::sceneutils::tool

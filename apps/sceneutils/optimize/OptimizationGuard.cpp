@@ -127,7 +127,8 @@ void OptimizationGuard::keepTransforms(osg::Node& root) {
 /** A callback keeps a node from being removed, even if it is empty. */
 void OptimizationGuard::keepNodes(osg::Node& root) {
     EachNode(root, [this](osg::Node& node) {
-        if (!hasMoreThanChildren(node) || node.getCullCallback()) return;
+        const bool turnsOrLimits = node.asTransform() && !isPlainTransform(node);
+        if ((!hasMoreThanChildren(node) && !turnsOrLimits) || node.getCullCallback()) return;
         node.setCullCallback(new osg::NodeCallback);
         _undo.emplace_back([held = osg::ref_ptr<osg::Node>(&node)] { held->setCullCallback(nullptr); });
     });

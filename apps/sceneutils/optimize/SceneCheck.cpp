@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <sstream>
 #include <unordered_map>
 
@@ -14,7 +15,9 @@ namespace {
 
 constexpr int roundings = 8;  // to single precision on the way: one for each transform that is put into the vertices
 constexpr double smallestTolerance = 1e-12;
-constexpr double cellsPerTolerance = 0.25;
+constexpr double cellsPerReach = 0.25;
+constexpr double nothing = 1.0 / (1 << 20);  // of the smallest tolerance: what did not move at all
+constexpr double nearer = 8.0;
 constexpr int shownDigits = 9;
 
 using Check = SceneDifference::Check;
@@ -26,9 +29,17 @@ bool isNear(const osg::Vec3d& a, const osg::Vec3d& b, double tolerance) {
     return true;
 }
 
+bool isFinite(const osg::Vec3d& point) {
+    return std::isfinite(point.x()) && std::isfinite(point.y()) && std::isfinite(point.z());
+}
+
 double displacement(const osg::Vec3d& a, const osg::Vec3d& b) {
     const double length = (a - b).length();
     return std::isfinite(length) ? length : 0.0;
+}
+
+double toleranceFor(double amount) {
+    return std::max(smallestTolerance, roundings * std::ldexp(amount, -24));
 }
 
 /** A primitive and the corners of its scene. */
@@ -39,11 +50,20 @@ struct Primitive {
     Primitive(const SeenScene& scene, std::uint32_t number)
         : seen(scene.primitives[number]), corners(scene.corners.data() + seen.first) {}
 
+    /** Of the corners that are numbers. */
     osg::Vec3d centre() const {
         osg::Vec3d sum;
-        for (std::uint32_t i = 0; i < seen.corners; ++i) sum += corners[i];
-        return sum / static_cast<double>(seen.corners);
+        std::uint32_t count = 0;
+        for (std::uint32_t i = 0; i < seen.corners; ++i) {
+            if (!isFinite(corners[i])) continue;
+            sum += corners[i];
+            ++count;
+        }
+        return count == 0 ? sum : sum / static_cast<double>(count);
     }
+    /** By how much its coordinates may differ. */
+    double tolerance() const { return toleranceFor(seen.amount); }
+
     const osg::Vec3d& corner(std::uint32_t number) const { return corners[number % seen.corners]; }
 };
 
@@ -70,22 +90,31 @@ std::uint64_t mixed(std::uint64_t hash, std::uint64_t value) {
 
 }  // namespace
 
-/** Finds the primitives of one scene in another one. */
+/**
+ * Finds the primitives of one scene in another one, each within its own tolerance. The nearest ones are taken first:
+ * where tolerances are wider than what lies side by side, as far from the origin, none takes the place of another one.
+ */
 class SceneCheck::Matching {
 public:
-    Matching(const SeenScene& before, const SeenScene& after, double tolerance)
-        : _before(before), _after(after), _tolerance(tolerance) {}
+    using Pairs = std::vector<std::pair<std::uint32_t, std::uint32_t>>;
+
+    Matching(const SeenScene& before, const SeenScene& after)
+        : lost(all(before)), added(all(after)), _before(before), _after(after) {}
 
     /** Takes pairs that agree in all that counts, and leaves the rest. */
     void matchAll() {
-        matchBy([](const SeenPrimitive& p) { return (std::uint64_t{p.state} << 32) | p.eyes; }, all(_before),
-                all(_after), nullptr);
+        Pairs pairs;
+        matchRest([](const SeenPrimitive& p) { return (std::uint64_t{p.state} << 32) | p.eyes; }, pairs);
     }
 
     /** Of what is left: pairs that agree in what `key` gives. They go to `pairs`. */
     template <typename Key>
-    void matchRest(Key key, std::vector<std::pair<std::uint32_t, std::uint32_t>>& pairs) {
-        matchBy(key, std::move(lost), std::move(added), &pairs);
+    void matchRest(Key key, Pairs& pairs) {
+        matchWithin(smallestOfLost() * nothing, key, pairs);
+        for (double reach = smallestOfLost() / nearer; !lost.empty() && !added.empty(); reach *= nearer) {
+            matchWithin(reach, key, pairs);
+            if (reach >= largestOfLost()) break;
+        }
     }
 
     std::vector<std::uint32_t> lost;   ///< of the scene before
@@ -99,24 +128,35 @@ private:
         return numbers;
     }
 
+    double smallestOfLost() const {
+        double smallest = std::numeric_limits<double>::max();
+        for (const std::uint32_t number : lost) smallest = std::min(smallest, Primitive(_before, number).tolerance());
+        return smallest;
+    }
+
+    double largestOfLost() const {
+        double largest = 0.0;
+        for (const std::uint32_t number : lost) largest = std::max(largest, Primitive(_before, number).tolerance());
+        return largest;
+    }
+
+    /** Pairs that are not farther from each other than `reach` either. */
     template <typename Key>
-    void matchBy(Key key, std::vector<std::uint32_t> before, std::vector<std::uint32_t> after,
-                 std::vector<std::pair<std::uint32_t, std::uint32_t>>* pairs) {
+    void matchWithin(double reach, Key key, Pairs& pairs) {
         std::unordered_map<std::uint64_t, std::vector<std::uint32_t>> cells;
-        cells.reserve(after.size());
-        for (const std::uint32_t number : after) {
+        cells.reserve(added.size());
+        for (const std::uint32_t number : added) {
             const Primitive primitive(_after, number);
-            cells[cellOf(primitive.centre(), 0, key(primitive.seen))].push_back(number);
+            cells[cellOf(primitive.centre(), 0, key(primitive.seen), reach)].push_back(number);
         }
-        lost.clear();
-        for (const std::uint32_t number : before) {
-            const std::uint32_t found = take(cells, number, key(_before.primitives[number]));
-            if (found == none) {
-                lost.push_back(number);
-            } else if (pairs) {
-                pairs->emplace_back(number, found);
-            }
+        std::vector<std::uint32_t> stillLost;
+        for (const std::uint32_t number : lost) {
+            const Primitive primitive(_before, number);
+            const bool wasInReach = primitive.tolerance() * nearer < reach;
+            const std::uint32_t found = wasInReach ? none : take(cells, primitive, key(primitive.seen), reach);
+            found == none ? stillLost.push_back(number) : static_cast<void>(pairs.emplace_back(number, found));
         }
+        lost = std::move(stillLost);
         added.clear();
         for (const auto& [cell, numbers] : cells) added.insert(added.end(), numbers.begin(), numbers.end());
         std::sort(added.begin(), added.end());
@@ -125,13 +165,13 @@ private:
     static constexpr std::uint32_t none = ~0u;
 
     template <typename Cells>
-    std::uint32_t take(Cells& cells, std::uint32_t number, std::uint64_t key) {
-        const Primitive primitive(_before, number);
+    std::uint32_t take(Cells& cells, const Primitive& primitive, std::uint64_t key, double reach) {
+        const double tolerance = std::min(primitive.tolerance(), reach);
         const osg::Vec3d centre = primitive.centre();
         std::uint64_t tried[8];
         unsigned int count = 0;
         for (unsigned int side = 0; side < 8; ++side) {
-            const std::uint64_t cell = cellOf(centre, side, key);
+            const std::uint64_t cell = cellOf(centre, side, key, reach);
             if (std::find(tried, tried + count, cell) != tried + count) continue;
             tried[count++] = cell;
             const auto entry = cells.find(cell);
@@ -139,7 +179,7 @@ private:
             std::vector<std::uint32_t>& candidates = entry->second;
             for (std::size_t i = candidates.size(); i-- > 0;) {  // the last is the cheapest to take away
                 const std::uint32_t candidate = candidates[i];
-                if (!areAtTheSamePlace(primitive, Primitive(_after, candidate), _tolerance, largestDisplacement))
+                if (!areAtTheSamePlace(primitive, Primitive(_after, candidate), tolerance, largestDisplacement))
                     continue;
                 candidates[i] = candidates.back();
                 candidates.pop_back();
@@ -151,17 +191,17 @@ private:
 
     /** @param side 0: where the point is; 1 to 7: in the next cell of the axes whose bits are set, if it is so near to
      * that one that rounding may have put its partner there */
-    std::uint64_t cellOf(const osg::Vec3d& point, unsigned int side, std::uint64_t key) const {
+    static std::uint64_t cellOf(const osg::Vec3d& point, unsigned int side, std::uint64_t key, double reach) {
         std::uint64_t hash = mixed(0, key);
         for (int axis = 0; axis < 3; ++axis) {
-            const double place = point[axis] * cellsPerTolerance / _tolerance;
+            const double place = point[axis] * cellsPerReach / reach;
             double cell = std::floor(place);
             if ((side >> axis) & 1u) {
                 const double inCell = place - cell;
-                if (inCell <= 2 * cellsPerTolerance) {
-                    cell -= inCell <= cellsPerTolerance * 1.01 ? 1.0 : 0.0;
+                if (inCell <= 2 * cellsPerReach) {
+                    cell -= inCell <= cellsPerReach * 1.01 ? 1.0 : 0.0;
                 } else {
-                    cell += inCell >= 1.0 - cellsPerTolerance * 1.01 ? 1.0 : 0.0;
+                    cell += inCell >= 1.0 - cellsPerReach * 1.01 ? 1.0 : 0.0;
                 }
             }
             hash = mixed(hash, std::isfinite(cell) ? std::hash<double>()(cell) : 0);
@@ -171,7 +211,6 @@ private:
 
     const SeenScene& _before;
     const SeenScene& _after;
-    double _tolerance;
 };
 
 namespace {
@@ -211,14 +250,13 @@ SceneCheck::SceneCheck(const osg::Node& before, const std::set<const osg::StateS
 
 std::vector<SceneDifference> SceneCheck::compareWith(const osg::Node& after) {
     const SeenScene now(after, _eyes, _contents, {});
-    const double amount = std::max(_before.largestAmount, now.largestAmount);
-    _tolerance = std::max(smallestTolerance, roundings * std::ldexp(amount, -24));
-    Matching matching(_before, now, _tolerance);
+    _tolerance = toleranceFor(_before.largestAmount);
+    Matching matching(_before, now);
     matching.matchAll();
     _largestDisplacement = matching.largestDisplacement;
     if (matching.lost.empty() && matching.added.empty()) return {};
 
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> otherState, otherEyes, otherBoth;
+    Matching::Pairs otherState, otherEyes, otherBoth;
     matching.matchRest([](const SeenPrimitive& p) { return std::uint64_t{p.eyes}; }, otherState);
     matching.matchRest([](const SeenPrimitive& p) { return std::uint64_t{p.state}; }, otherEyes);
     matching.matchRest([](const SeenPrimitive&) { return std::uint64_t{0}; }, otherBoth);
@@ -228,14 +266,16 @@ std::vector<SceneDifference> SceneCheck::compareWith(const osg::Node& after) {
     if (!matching.lost.empty()) {
         const Primitive first(_before, matching.lost.front());
         differences.push_back({Check::Position, matching.lost.size(),
-                               counted(matching.lost.size()) + " no longer where they were, the first " +
+                               counted(matching.lost.size()) + " no longer where " +
+                                   (matching.lost.size() == 1 ? "it was" : "they were") + ", the first " +
                                    placeOf(first) + ", " + distanceOf(first.seen.eyes, _eyes)});
     }
     if (!matching.added.empty()) {
         const Primitive first(now, matching.added.front());
         differences.push_back({Check::Position, matching.added.size(),
-                               counted(matching.added.size()) + " where there were none, the first " + placeOf(first) +
-                                   ", " + distanceOf(first.seen.eyes, _eyes)});
+                               counted(matching.added.size()) + " where there " +
+                                   (matching.added.size() == 1 ? "was" : "were") + " none, the first " +
+                                   placeOf(first) + ", " + distanceOf(first.seen.eyes, _eyes)});
     }
     if (!otherEyes.empty()) {
         const Primitive first(_before, otherEyes.front().first);

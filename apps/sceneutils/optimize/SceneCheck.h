@@ -25,7 +25,7 @@ struct SceneDifference {
  * where they are in the world, and the state, gathered from the root, that each is drawn with.
  *
  * How they are put together does not count: primitives are looked up by their places. A coordinate may differ by
- * tolerance(). Time and memory grow with the number of primitives.
+ * what rounding a few times to single precision makes of the largest number that was added up for it before. Time and memory grow with the number of primitives.
  */
 class SceneCheck {
 public:
@@ -41,8 +41,7 @@ public:
     const std::vector<Eye>& eyes() const { return _eyes; }
     std::size_t primitives() const { return _before.primitives.size(); }
 
-    /** By how much coordinates may differ: what rounding a few times to single precision makes of the largest number
-     * that was added up for one of them. Of the last comparison. */
+    /** By how much coordinates may differ at most, wherever that is. Of the last comparison. */
     double tolerance() const { return _tolerance; }
 
     /** Of the corners that were found again. Of the last comparison. */

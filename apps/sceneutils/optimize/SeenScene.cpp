@@ -1,6 +1,7 @@
 #include "SeenScene.h"
 
 #include "../files/NodeText.h"
+#include "NodeTraits.h"
 
 #include <osg/Billboard>
 #include <osg/Geometry>
@@ -16,6 +17,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <typeinfo>
 
 namespace veltrane::sceneutils::tool {
 
@@ -119,7 +121,6 @@ private:
             if (index >= _vertices.size()) return;
             corners[count++] = _vertices[index];
         }
-        if (count == 3 && (corners[0] == corners[1] || corners[1] == corners[2] || corners[2] == corners[0])) return;
         _take(corners, count);
     }
 
@@ -132,6 +133,19 @@ template <typename PlaceHolder>
 osg::Vec3d ownCentreOf(const PlaceHolder& node) {
     return node.getCenterMode() == PlaceHolder::USE_BOUNDING_SPHERE_CENTER ? osg::Vec3d()
                                                                            : osg::Vec3d(node.getCenter());
+}
+
+template <typename... Kinds>
+bool isAny(const osg::Node& node) {
+    return (dynamic_cast<const Kinds*>(&node) || ...);
+}
+
+/** Whether a node does more than its children, its state and its place say: a light source, a camera, a transform that
+ * turns to the eye, clip planes, ... */
+bool isOfItsOwnKind(const osg::Node& node) {
+    const osg::Group* group = node.asGroup();
+    return group && typeid(node) != typeid(osg::Group) && !isPlainTransform(node) && !group->asGeode() &&
+           !isAny<osg::LOD, osg::ProxyNode, osg::Switch, osg::Sequence, osgSim::MultiSwitch>(node);
 }
 
 osg::Matrixd amountsOf(osg::Matrixd matrix) {
@@ -165,6 +179,7 @@ private:
         place.state = _states.below(place.state, node);
         if (node.getNodeMask() == 0) place.eyes = 0;
         if (const osg::Transform* transform = node.asTransform()) enter(*transform, place);
+        if (isOfItsOwnKind(node)) takeMarker(classOf(node), osg::Vec3d(), place, place.eyes);
         if (const osg::Drawable* drawable = node.asDrawable()) takeDrawable(*drawable, place);
         if (const auto* lights = dynamic_cast<const osgSim::LightPointNode*>(&node)) takeLights(*lights, place);
         if (const auto* proxy = dynamic_cast<const osg::ProxyNode*>(&node)) takeReferences(*proxy, place);
@@ -258,7 +273,7 @@ private:
             hasPrimitives = true;
         });
         if (drawable.supports(reader)) drawable.accept(reader);
-        noteAmounts(reader.amounts, place);
+        _scene.largestAmount = std::max(_scene.largestAmount, amountOf(reader.amounts, place));
         if (!hasPrimitives && !drawable.asGeometry())
             takeMarker(classOf(drawable), drawable.getBoundingBox().center(), place, place.eyes);
     }
@@ -274,7 +289,7 @@ private:
     }
 
     void takeMarker(const std::string& what, const osg::Vec3d& point, const Place& place, std::uint32_t eyes) {
-        noteAmounts({std::abs(point.x()), std::abs(point.y()), std::abs(point.z())}, place);
+        _scene.largestAmount = std::max(_scene.largestAmount, amountOf(point, place));
         add(&point, 1, 1 + static_cast<std::uint32_t>(_contents.numberOf(what)), place, eyes);
     }
 
@@ -285,14 +300,24 @@ private:
         primitive.what = what;
         primitive.first = static_cast<std::uint32_t>(_scene.corners.size());
         primitive.corners = count;
-        for (unsigned int i = 0; i < count; ++i) _scene.corners.push_back(local[i] * place.matrix);
+        osg::Vec3d corners[3];
+        for (unsigned int i = 0; i < count; ++i) {
+            corners[i] = local[i] * place.matrix;
+            primitive.amount = std::max(primitive.amount, amountOf(local[i], place));
+        }
+        if (count == 3 && (corners[0] == corners[1] || corners[1] == corners[2] || corners[2] == corners[0])) return;
+        _scene.corners.insert(_scene.corners.end(), corners, corners + count);
         _scene.primitives.push_back(primitive);
     }
 
-    void noteAmounts(const osg::Vec3d& local, const Place& place) {
-        const osg::Vec3d amounts = local * place.amounts;
+    /** Of the coordinates that are numbers. */
+    static double amountOf(const osg::Vec3d& local, const Place& place) {
+        const osg::Vec3d sizes(std::abs(local.x()), std::abs(local.y()), std::abs(local.z()));
+        const osg::Vec3d amounts = sizes * place.amounts;
+        double largest = 0.0;
         for (int i = 0; i < 3; ++i)
-            if (std::isfinite(amounts[i])) _scene.largestAmount = std::max(_scene.largestAmount, amounts[i]);
+            if (std::isfinite(amounts[i])) largest = std::max(largest, amounts[i]);
+        return largest;
     }
 
     SeenScene& _scene;

@@ -20,6 +20,7 @@ struct SeenPrimitive {
     std::uint32_t what = 0;     ///< 0: a primitive; else the number of what it stands for
     std::uint32_t first = 0;    ///< corner
     std::uint32_t corners = 0;  ///< how many
+    double amount = 0.0;        ///< the largest number that was added up for a coordinate of its corners
 };
 
 /**
@@ -28,7 +29,7 @@ struct SeenPrimitive {
  * LODs choose by distance as osg::LOD does for drawing, switches by their values. Of what chooses by time or by size on
  * the screen (sequences, multi-switches, LODs in pixels) all is taken to be seen, and of a paged LOD its tiles that are
  * not loaded. What nobody sees is listed too, with no eye. Triangles without an area of their own, whose corners fall
- * together, are left out; quads, strips, fans and polygons are triangles.
+ * together in the world, are left out; quads, strips, fans and polygons are triangles.
  */
 class SeenScene {
 public:

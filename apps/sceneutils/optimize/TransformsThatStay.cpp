@@ -1,5 +1,7 @@
 #include "TransformsThatStay.h"
 
+#include "NodeTraits.h"
+
 #include <osg/Billboard>
 #include <osg/Geometry>
 #include <osg/LOD>
@@ -110,8 +112,7 @@ private:
     }
 
     static bool isKnownKind(const osg::Transform& transform) {
-        return isExactly<osg::MatrixTransform, osg::PositionAttitudeTransform>(transform) &&
-               transform.getReferenceFrame() == osg::Transform::RELATIVE_RF;
+        return isPlainTransform(transform) && transform.getReferenceFrame() == osg::Transform::RELATIVE_RF;
     }
 
     bool mayGo(osg::Transform& transform) const {
