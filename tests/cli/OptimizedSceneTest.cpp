@@ -214,6 +214,36 @@ TEST(OptimizedScene, KeepsMaskedDrawablesApart) {
     EXPECT_EQ(optimizeSafely(geode).after.drawables, 2u);
 }
 
+TEST(OptimizedScene, KeepsGeometriesApartThatAreMoreThanArrays) {
+    for (const int kind : {0, 1, 2, 3}) {
+        const osg::ref_ptr<osg::Geode> geode = squareAt(0);
+        geode->addDrawable(makeSquare(osg::Vec3(2, 0, 0)));
+        osg::Geometry& other = *geode->getDrawable(1)->asGeometry();
+        if (kind == 0) other.getPrimitiveSet(0)->setNumInstances(3);
+        if (kind == 1) other.setDrawCallback(new osg::Drawable::DrawCallback);
+        if (kind == 2) other.setInitialBound(osg::BoundingBox(0, 0, 0, 9, 9, 9));
+        if (kind == 3) other.setComputeBoundingBoxCallback(new osg::Drawable::ComputeBoundingBoxCallback);
+
+        EXPECT_EQ(optimizeSafely(geode).after.drawables, 2u) << kind;
+    }
+}
+
+TEST(OptimizedScene, KeepsASmallGroupWhoseRenderBinHoldsAnother) {
+    const osg::ref_ptr<osg::Group> small = makeSmallGroup();
+    small->getOrCreateStateSet()->setRenderBinDetails(1, "RenderBin");
+    small->getChild(0)->getOrCreateStateSet()->setRenderBinDetails(2, "RenderBin");
+
+    EXPECT_EQ(optimizeSafely(makeWideScene(*small), withRadius(5.0)).after.groups, 2u);
+}
+
+TEST(OptimizedScene, KeepsGeodesApartThatAreNeverCulled) {
+    const osg::ref_ptr<osg::Geode> sky = squareAt(0);
+    sky->setCullingActive(false);
+
+    EXPECT_EQ(optimizeSafely(groupOf({squareAt(3), sky, squareAt(9)})).after.geodes, 2u);
+    EXPECT_FALSE(sky->getCullingActive());
+}
+
 TEST(OptimizedScene, KeepsGeodesWithCallbacksApart) {
     const osg::ref_ptr<osg::Geode> blinking = squareAt(0);
     blinking->setCullCallback(new osg::NodeCallback);
@@ -382,6 +412,9 @@ TEST(StateMove, IsNotPossibleForSharedChildrenNestedBinsAndCallbacks) {
     own.setUpdateCallback(new osg::StateSet::Callback);
     EXPECT_FALSE(StateMove::isPossible(*group));
     own.setUpdateCallback(nullptr);
+    below.setEventCallback(new osg::StateSet::Callback);
+    EXPECT_FALSE(StateMove::isPossible(*group));
+    below.setEventCallback(nullptr);
     const osg::ref_ptr<osg::Group> second = groupOf({group->getChild(1)});
     EXPECT_FALSE(StateMove::isPossible(*group));
 }

@@ -5,11 +5,15 @@
 #include <gtest/gtest.h>
 
 #include <osg/AutoTransform>
+#include <osg/Billboard>
 #include <osg/Camera>
 #include <osg/ClipNode>
 #include <osg/LightSource>
 #include <osg/Material>
+#include <osg/PagedLOD>
+#include <osg/ProxyNode>
 #include <osg/Switch>
+#include <osgSim/LightPointNode>
 
 #include <limits>
 
@@ -191,6 +195,14 @@ TEST(SceneCheck, FindsOtherRangesAndTellsTheDistance) {
     EXPECT_THAT(difference.text, HasSubstr(" before and not now"));
 }
 
+TEST(SceneCheck, FindsALevelThatIsSeenFromNearerToo) {
+    const SceneDifference difference =
+        differenceAfter([](osg::Group& scene) { lodIn(scene).setRange(1, 0.0f, 1000.0f); });
+
+    EXPECT_EQ(difference.check, Check::Visibility);
+    EXPECT_THAT(difference.text, HasSubstr(" now and not before"));
+}
+
 TEST(SceneCheck, FindsASwitchThatIsTurnedOff) {
     const osg::ref_ptr<osg::Switch> choice = new osg::Switch;
     choice->addChild(squareAt(0), true);
@@ -280,6 +292,100 @@ TEST(SceneCheck, FindsAnotherTextureFileUniformAndRenderBin) {
     state.getUniform("depth")->set(1.0f);
     state.setRenderBinDetails(10, "DepthSortedBin");
     EXPECT_THAT(check.compareWith(*square).at(0).text, HasSubstr("(render bin)"));
+}
+
+TEST(SceneCheck, FindsOtherDefinesTextureModesAndBinNumbers) {
+    const osg::ref_ptr<osg::Geode> square = squareAt(0);
+    osg::StateSet& state = *square->getOrCreateStateSet();
+    state.setRenderBinDetails(1, "RenderBin");
+    SceneCheck check(*square);
+
+    state.setDefine("FOG");
+    EXPECT_THAT(check.compareWith(*square).at(0).text, HasSubstr("(define FOG)"));
+    state.removeDefine("FOG");
+    state.setTextureMode(1, GL_TEXTURE_2D, osg::StateAttribute::ON);
+    EXPECT_THAT(check.compareWith(*square).at(0).text, HasSubstr("(texture mode 3553 of unit 1)"));
+    state.removeTextureMode(1, GL_TEXTURE_2D);
+    EXPECT_TRUE(check.compareWith(*square).empty());
+    state.setRenderBinDetails(2, "RenderBin");
+    EXPECT_THAT(check.compareWith(*square).at(0).text, HasSubstr("(render bin)"));
+}
+
+TEST(SceneCheck, FindsARenderBinThatComesToLieInAnotherOne) {
+    const osg::ref_ptr<osg::Group> scene = groupOf({squareAt(0)});
+    scene->getChild(0)->getOrCreateStateSet()->setRenderBinDetails(1, "RenderBin");
+    SceneCheck plain(*scene);
+    scene->getOrCreateStateSet()->setRenderBinDetails(2, "RenderBin");
+    EXPECT_EQ(plain.compareWith(*scene).at(0).check, Check::State);
+
+    scene->getStateSet()->setRenderBinDetails(2, "RenderBin", osg::StateSet::OVERRIDE_RENDERBIN_DETAILS);
+    SceneCheck overridden(*scene);
+    scene->getChild(0)->setStateSet(nullptr);
+    EXPECT_TRUE(overridden.compareWith(*scene).empty());
+}
+
+TEST(SceneCheck, FindsChildrenOfASwitchThatChangedPlaces) {
+    const osg::ref_ptr<osg::Switch> choice = new osg::Switch;
+    for (const float x : {0.0f, 5.0f}) choice->addChild(squareAt(x), true);
+    SceneCheck check(*choice);
+    choice->insertChild(0, choice->getChild(1), true);
+    choice->removeChildren(2, 1);
+
+    EXPECT_EQ(check.compareWith(*choice).at(0).check, Check::State);
+}
+
+TEST(SceneCheck, FindsLightsReferencesAndTilesThatAreOthers) {
+    const osg::ref_ptr<osgSim::LightPointNode> lights = new osgSim::LightPointNode;
+    lights->addLightPoint(osgSim::LightPoint(osg::Vec3(1, 1, 1), osg::Vec4(1, 1, 1, 1)));
+    const osg::ref_ptr<osg::ProxyNode> proxy = new osg::ProxyNode;
+    proxy->setFileName(0, "a.osgt");
+    const osg::ref_ptr<osg::PagedLOD> paged = new osg::PagedLOD;
+    paged->setFileName(0, "b.osgt");
+    paged->setRange(0, 0.0f, 1e6f);
+    const osg::ref_ptr<osg::Group> scene = groupOf({lights, proxy, paged});
+    SceneCheck check(*scene);
+    EXPECT_TRUE(check.compareWith(*scene).empty());
+
+    lights->getLightPoint(0)._position.x() += 1.0f;
+    EXPECT_EQ(check.compareWith(*scene).at(0).count, 1u);
+    proxy->setFileName(0, "c.osgt");
+    EXPECT_EQ(check.compareWith(*scene).at(0).count, 2u);
+    paged->setFileName(0, "d.osgt");
+    EXPECT_EQ(check.compareWith(*scene).at(0).count, 3u);
+}
+
+TEST(SceneCheck, PlacesWhatIsBelowAnAbsoluteTransformByThatAlone) {
+    const osg::ref_ptr<osg::MatrixTransform> absolute = staticTransform(osg::Matrixd::translate(0, 5, 0), squareAt(0));
+    absolute->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
+    const osg::ref_ptr<osg::MatrixTransform> above = staticTransform(osg::Matrixd::translate(9, 0, 0), absolute);
+    SceneCheck check(*above);
+
+    above->setMatrix(osg::Matrixd::translate(7, 0, 0));
+    EXPECT_TRUE(check.compareWith(*above).empty());
+    absolute->setReferenceFrame(osg::Transform::RELATIVE_RF);
+    EXPECT_FALSE(check.compareWith(*above).empty());
+}
+
+TEST(SceneCheck, FindsABillboardWhoseDrawableMoved) {
+    const osg::ref_ptr<osg::Billboard> trees = new osg::Billboard;
+    trees->addDrawable(makeSquare(), osg::Vec3(3, 0, 0));
+    SceneCheck check(*trees);
+
+    trees->setPosition(0, osg::Vec3(4, 0, 0));
+
+    EXPECT_EQ(check.compareWith(*trees).at(0).check, Check::Position);
+}
+
+TEST(SceneCheck, GivesEachTriangleTheToleranceOfItsOwnPlace) {
+    const osg::ref_ptr<osg::Group> scene = groupOf({squareAt(0), squareAt(1e4f)});
+    SceneCheck check(*scene);
+    const float moves[] = {1.5e-6f, 1.0f};  // three times its tolerance, and so far that it has to be searched widely
+    for (unsigned int i = 0; i < 2; ++i) {
+        osg::Geometry& geometry = *scene->getChild(i)->asGeode()->getDrawable(0)->asGeometry();
+        for (osg::Vec3& vertex : static_cast<osg::Vec3Array&>(*geometry.getVertexArray())) vertex.z() += moves[i];
+    }
+
+    EXPECT_EQ(check.compareWith(*scene).at(0).count, 4u);
 }
 
 TEST(SceneCheck, HeedsOverrideAndProtected) {

@@ -25,7 +25,8 @@ struct SceneDifference {
  * where they are in the world, and the state, gathered from the root, that each is drawn with.
  *
  * How they are put together does not count: primitives are looked up by their places. A coordinate may differ by
- * what rounding a few times to single precision makes of the largest number that was added up for it before. Time and memory grow with the number of primitives.
+ * what rounding a few times to single precision makes of the largest number that was added up for it before. Time and
+ * memory grow with the number of primitives.
  */
 class SceneCheck {
 public:
