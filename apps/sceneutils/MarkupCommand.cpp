@@ -65,8 +65,8 @@ Markup markGraph(const Request& request, osg::ref_ptr<osg::Node> graph) {
     const LodCounts counts = markLods(graph);
     markup.graph = graph;
     if (!request.picture.empty()) markup.figures = figuresAroundLods(*graph);
-    markup.summary = plural(counts.plain, "LOD", "LODs") + " and " +
-                     plural(counts.paged, "paged LOD", "paged LODs") + " marked" +
+    markup.summary = plural(counts.plain, "LOD", "LODs") + " and " + plural(counts.paged, "paged LOD", "paged LODs") +
+                     " marked" +
                      (unloaded > 0 ? "; not loaded: " + plural(unloaded, "file", "files") + " that it refers to" : "");
     return markup;
 }
@@ -201,14 +201,16 @@ void addMarkupCommand(CLI::App& app, ExitStatus& result) {
     CLI::App* command = app.add_subcommand("markup", "Show where levels of detail switch, or what leads to a node");
     const auto request = std::make_shared<Request>();
     command->add_option("IN", request->input, "The graph, of any format that OpenSceneGraph reads")->required();
-    command->add_option("OUT", request->output,
-                        "The file to write: the graph with boxes around its LODs; its ending says the format (.ive)")
+    command
+        ->add_option("OUT", request->output,
+                     "The file to write: the graph with boxes around its LODs; its ending says the format (.ive)")
         ->required();
     CLI::Option* path = command->add_option("--path", request->path,
                                             "Write chains of boxes to all nodes of this name instead, and tell what "
                                             "is above them");
-    command->add_flag("--keep-files", request->keepFiles,
-                      "Also write lodmarkup.osg, geode.osg and pagedlod.osg beside OUT, as the library does")
+    command
+        ->add_flag("--keep-files", request->keepFiles,
+                   "Also write lodmarkup.osg, geode.osg and pagedlod.osg beside OUT, as the library does")
         ->needs(path);
     CLI::Option* picture = command->add_option(
         "--picture", request->picture,
@@ -216,8 +218,9 @@ void addMarkupCommand(CLI::App& app, ExitStatus& result) {
     command->add_option("--size", request->size, "Width and height of the picture in pixels, WxH")
         ->capture_default_str()
         ->needs(picture);
-    command->add_option("--reach", request->reach,
-                        "Leave boxes out of the picture that reach further than so many radii of the scene")
+    command
+        ->add_option("--reach", request->reach,
+                     "Leave boxes out of the picture that reach further than so many radii of the scene")
         ->capture_default_str()
         ->needs(picture);
     command->add_flag("--no-paging", request->noPaging, "Do not load the tiles of a paged database for the picture")

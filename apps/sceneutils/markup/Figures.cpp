@@ -1,7 +1,5 @@
 #include "Figures.h"
 
-#include "../files/PlainText.h"
-
 #include <sceneutils/SimpleGeometryGenerator.h>
 
 #include <osg/Geode>
@@ -13,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <sstream>
 #include <utility>
 
 namespace veltrane::sceneutils::tool {
@@ -23,6 +22,9 @@ namespace {
 constexpr std::size_t linesOfACube = 16;
 constexpr std::size_t linesOfASquare = 8;
 constexpr std::size_t linesOfAGeode = 12;
+
+constexpr int digits = 4;
+constexpr float longLength = 1000.0f;
 
 /** The lines that a generator draws, in the order in which they were added. */
 std::vector<FigureLine> linesOf(const SimpleGeometryGenerator& generator, const osg::Matrixd& toWorld) {
@@ -63,14 +65,22 @@ std::string nameOf(const osg::LOD& lod, unsigned int level) {
     return osgDB::getStrippedName(paged->getFileName(level));
 }
 
+/** A length in a label, where its last digits would only take room. */
+std::string rounded(float length) {
+    std::ostringstream text;
+    text.precision(length < longLength ? digits : std::numeric_limits<float>::max_digits10);
+    text << (length < longLength ? length : std::round(length));
+    return text.str();
+}
+
 /** What the figures of an LOD stand for: its radius and the ends of its ranges. */
 std::vector<std::string> labelsOf(const osg::LOD& lod) {
     std::vector<std::string> labels;
-    labels.push_back(lod.getRadius() < 0.0f ? "" : nameOf(lod, 0) + ": radius " + asText(lod.getRadius()));
+    labels.push_back(lod.getRadius() < 0.0f ? "" : nameOf(lod, 0) + ": radius " + rounded(lod.getRadius()));
     for (unsigned int level = 0; level < lod.getNumRanges(); ++level) {
         const std::string number = lod.getNumRanges() == 1 ? "" : " level " + std::to_string(level);
-        labels.push_back(nameOf(lod, level) + number + ": " + asText(lod.getMinRange(level)) + " to " +
-                         asText(lod.getMaxRange(level)));
+        labels.push_back(nameOf(lod, level) + number + ": " + rounded(lod.getMinRange(level)) + " to " +
+                         rounded(lod.getMaxRange(level)));
     }
     return labels;
 }

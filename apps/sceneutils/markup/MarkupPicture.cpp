@@ -21,7 +21,7 @@ constexpr double rowHeight = 18.0;
 constexpr double swatchWidth = 24.0;
 constexpr double gapBetweenEntries = 24.0;
 constexpr double tickHeight = 8.0;
-constexpr double filledPart = 0.94;  // of a panel, by what has to fit
+constexpr double filledPart = 0.94;   // of a panel, by what has to fit
 constexpr double longestScale = 0.3;  // in widths of a panel
 constexpr float boxLine = 2.0f;
 constexpr float spokeLine = 1.0f;
@@ -29,9 +29,8 @@ constexpr float swatchLine = 4.0f;
 
 const osg::Vec4 paper(0.93f, 0.93f, 0.93f, 1.0f);
 const osg::Vec4 ink(0.0f, 0.0f, 0.0f, 1.0f);
-const osg::Vec4 panelColor(0.45f, 0.45f, 0.45f, 1.0f);
-const osg::Vec4 veil(0.45f, 0.45f, 0.45f, 0.5f);
-const osg::Vec4 labelPaper(0.93f, 0.93f, 0.93f, 0.8f);
+const osg::Vec4 panelColor(0.5f, 0.5f, 0.5f, 1.0f);
+const osg::Vec4 veil(0.5f, 0.5f, 0.5f, 0.3f);
 
 /** What LODMarkup means by a colour. */
 struct Meaning {
@@ -69,9 +68,7 @@ struct Panel {
     }
 
     /** Of a view along an axis, against which neither `right` nor `up` point. */
-    PictureArea project(const osg::BoundingBoxd& box) const {
-        return {project(box._min), project(box._max)};
-    }
+    PictureArea project(const osg::BoundingBoxd& box) const { return {project(box._min), project(box._max)}; }
 };
 
 /** One entry of the legend: a line of its colour, if it has one, and a text. */
@@ -211,7 +208,7 @@ private:
             if (!figure.label.empty()) labels.push_back({figure.label, panel.project(figure.box)});
         }
         for (const PlacedLabel& label : placeLabels(labels, panel.area)) {
-            _overlay.addArea(label.area.low, label.area.high, labelPaper);
+            _overlay.addArea(label.area.low, label.area.high, paper);
             _overlay.addText(label.text, label.area.low + osg::Vec2d(3.0, 3.0), ink);
         }
     }
@@ -221,7 +218,8 @@ private:
         for (auto entry = _entries.begin() + 1; entry != _entries.end(); ++entry) {
             osg::Vec2d place = entry->place;
             if (entry->meaning) {
-                _overlay.addArea(place - osg::Vec2d(0.0, 1.0), place + osg::Vec2d(swatchWidth, Overlay::textHeight + 1.0),
+                _overlay.addArea(place - osg::Vec2d(0.0, 1.0),
+                                 place + osg::Vec2d(swatchWidth, Overlay::textHeight + 1.0),
                                  panelColor);  // on which the colour shows as it does in the panels
                 const osg::Vec2d middle = place + osg::Vec2d(0.0, Overlay::textHeight / 2.0);
                 _overlay.addLines({{middle, middle + osg::Vec2d(swatchWidth, 0.0), entry->meaning->color}}, swatchLine);

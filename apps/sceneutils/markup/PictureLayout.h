@@ -14,9 +14,9 @@ namespace veltrane::sceneutils::tool {
 /** What of a markup is in a picture of it. */
 struct PictureContent {
     std::vector<Figure> figures;
-    osg::BoundingBoxd box;        ///< around all that the picture has to show; invalid if there is nothing
-    std::size_t leftOut = 0;      ///< how many figures are not in the picture because they are too large
-    double smallestLeftOut = 0.0; ///< the reach of the smallest of them
+    osg::BoundingBoxd box;         ///< around all that the picture has to show; invalid if there is nothing
+    std::size_t leftOut = 0;       ///< how many figures are not in the picture because they are too large
+    double smallestLeftOut = 0.0;  ///< the reach of the smallest of them
 };
 
 /**
