@@ -31,7 +31,7 @@ osg::Vec3 middleOfPixel(const osg::Vec2d& place) {
 
 }  // namespace
 
-Overlay::Overlay(int width, int height) : _camera(new osg::Camera) {
+Overlay::Overlay(int width, int height) : _camera(new osg::Camera), _content(new osg::Group) {
     _camera->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
     _camera->setRenderOrder(osg::Camera::POST_RENDER, overlayOrder);
     _camera->setClearMask(0);
@@ -39,7 +39,8 @@ Overlay::Overlay(int width, int height) : _camera(new osg::Camera) {
     _camera->setProjectionMatrixAsOrtho2D(0.0, width, 0.0, height);
     _camera->setComputeNearFarMode(osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
     _camera->setCullingMode(osg::CullSettings::NO_CULLING);
-    osg::StateSet& state = *_camera->getOrCreateStateSet();
+    _camera->addChild(_content);
+    osg::StateSet& state = *_content->getOrCreateStateSet();  // a camera's own could not choose the bin
     state.setMode(GL_LIGHTING, osg::StateAttribute::OFF);
     state.setMode(GL_BLEND, osg::StateAttribute::ON);
     state.setMode(GL_DEPTH_TEST, osg::StateAttribute::OFF);
@@ -50,7 +51,7 @@ void Overlay::addArea(const osg::Vec2d& low, const osg::Vec2d& high, const osg::
     const osg::ref_ptr<osg::Vec3Array> corners = new osg::Vec3Array;
     for (const osg::Vec2d& corner : {low, osg::Vec2d(high.x(), low.y()), high, osg::Vec2d(low.x(), high.y())})
         corners->push_back(osg::Vec3(osg::Vec2(corner), 0.0f));
-    _camera->addChild(makeGeometry(corners, new osg::Vec4Array(1, &color), GL_TRIANGLE_FAN));
+    _content->addChild(makeGeometry(corners, new osg::Vec4Array(1, &color), GL_TRIANGLE_FAN));
 }
 
 void Overlay::addLines(const std::vector<OverlayLine>& lines, float width) {
@@ -64,7 +65,7 @@ void Overlay::addLines(const std::vector<OverlayLine>& lines, float width) {
     }
     const osg::ref_ptr<osg::Geometry> geometry = makeGeometry(ends, colors, GL_LINES);
     geometry->getOrCreateStateSet()->setAttributeAndModes(new osg::LineWidth(width));
-    _camera->addChild(geometry);
+    _content->addChild(geometry);
 }
 
 void Overlay::addText(const std::string& text, const osg::Vec2d& place, const osg::Vec4& color) {
@@ -75,7 +76,7 @@ void Overlay::addText(const std::string& text, const osg::Vec2d& place, const os
     letters->setAlignment(osgText::Text::LEFT_BOTTOM);
     letters->setPosition(osg::Vec3(osg::Vec2(osg::Vec2d(std::floor(place.x()), std::floor(place.y()))), 0.0f));
     letters->setText(text, osgText::String::ENCODING_UTF8);
-    _camera->addChild(letters);
+    _content->addChild(letters);
 }
 
 double Overlay::widthOf(const std::string& text) {
@@ -90,7 +91,9 @@ osg::ref_ptr<osg::Camera> makePanel(osg::Node* scene, const PanelView& view, con
     camera->setViewport(view.left, view.bottom, view.width, view.height);
     const double halfWidth = view.width * view.unitsPerPixel / 2.0;
     const double halfHeight = view.height * view.unitsPerPixel / 2.0;
-    camera->setProjectionMatrixAsOrtho(-halfWidth, halfWidth, -halfHeight, halfHeight, 0.0, 2.0 * view.eyeDistance);
+    camera->setProjectionMatrixAsOrtho(-halfWidth, halfWidth, -halfHeight, halfHeight, -view.eyeDistance,
+                                       3.0 * view.eyeDistance);
+    camera->setComputeNearFarMode(osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
     camera->setViewMatrixAsLookAt(view.center + view.towardsEye * view.eyeDistance, view.center, view.up);
     camera->setLODScale(0.0f);
     camera->setCullingMode(camera->getCullingMode() & ~osg::CullSettings::SMALL_FEATURE_CULLING);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <osg/Camera>
+#include <osg/Group>
 #include <osg/Vec2d>
 #include <osg/Vec4>
 #include <osg/ref_ptr>
@@ -46,6 +47,7 @@ public:
 
 private:
     osg::ref_ptr<osg::Camera> _camera;
+    osg::ref_ptr<osg::Group> _content;
 };
 
 /** Where in a picture, and from where, a panel shows a scene: along parallels, so that lengths can be measured. */
@@ -58,7 +60,7 @@ struct PanelView {
     osg::Vec3d towardsEye{0.0, -1.0, 0.0};  ///< of length 1, as is `up`
     osg::Vec3d up{0.0, 0.0, 1.0};
     double unitsPerPixel = 1.0;
-    double eyeDistance = 1.0;  ///< from the center; what is nearer to the eye than 0 is seen too
+    double eyeDistance = 1.0;  ///< from the center; what is nearer to it than twice that is seen
 };
 
 /**
