@@ -375,3 +375,10 @@ TEST(PictureLayout, KeepsLabelsInThePanelAndLeavesOutWhatFindsNoRoom) {
     EXPECT_EQ(placed.size(), 2u);  // on the left and on the right
     for (const PlacedLabel& label : placed) EXPECT_TRUE(panel.contains(label.area));
 }
+
+TEST(PictureLayout, WritesOneTextAtThreeBoxes) {
+    std::vector<BoxLabel> labels;
+    for (int i = 0; i < 9; ++i) labels.push_back({"tree", boxAt(50.0 * i, 0, 50, 50)});
+
+    EXPECT_EQ(placeLabels(labels, boxAt(0, 0, 500, 500)).size(), 3u);
+}

@@ -13,6 +13,7 @@ namespace {
 
 using offscreen::Overlay;
 
+constexpr int mostLabelsOfOneText = 3;
 constexpr double gap = 3.0;  // pixels between a label's letters and what is beside them
 
 double radiusOf(const osg::BoundingBoxd& box) {
@@ -43,11 +44,15 @@ std::array<PictureArea, 8> placesFor(const BoxLabel& label) {
             at(right, top - size.y()), at(right, top), at(right, bottom), at(right, bottom - size.y())};
 }
 
-bool isAlreadyAt(const BoxLabel& label, const std::vector<BoxLabel>& done) {
-    return std::any_of(done.begin(), done.end(), [&](const BoxLabel& other) {
-        return other.text == label.text && (other.box.low - label.box.low).length() < 1.0 &&
+/** Whether a label says nothing new: its text stands there already, or at enough other boxes. */
+bool isSaid(const BoxLabel& label, const std::vector<BoxLabel>& done) {
+    const auto hasText = [&](const BoxLabel& other) { return other.text == label.text; };
+    const auto isSameBox = [&](const BoxLabel& other) {
+        return hasText(other) && (other.box.low - label.box.low).length() < 1.0 &&
                (other.box.high - label.box.high).length() < 1.0;
-    });
+    };
+    return std::count_if(done.begin(), done.end(), hasText) >= mostLabelsOfOneText ||
+           std::any_of(done.begin(), done.end(), isSameBox);
 }
 
 }  // namespace
@@ -95,7 +100,7 @@ std::vector<PlacedLabel> placeLabels(std::vector<BoxLabel> labels, const Picture
     std::vector<PlacedLabel> placed;
     std::vector<BoxLabel> done;
     for (const BoxLabel& label : labels) {
-        if (isAlreadyAt(label, done)) continue;
+        if (isSaid(label, done)) continue;
         for (const PictureArea& place : placesFor(label)) {
             const bool hides = std::any_of(placed.begin(), placed.end(),
                                            [&](const PlacedLabel& other) { return other.area.overlaps(place); });

@@ -52,7 +52,7 @@ struct PlacedLabel {
 
 /**
  * Finds places for labels at the corners of their boxes where they hide no other label; of larger boxes first. What
- * finds no place is left out. A text that several boxes have at the same place appears once there.
+ * finds no place is left out. A text that several boxes have appears at three of them, and once at the same place.
  * @param panel in which all labels have to be
  */
 std::vector<PlacedLabel> placeLabels(std::vector<BoxLabel> labels, const PictureArea& panel);
