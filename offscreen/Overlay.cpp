@@ -2,6 +2,7 @@
 
 #include <osg/Geode>
 #include <osg/Geometry>
+#include <osg/LightSource>
 #include <osg/LineWidth>
 #include <osgText/Text>
 
@@ -27,6 +28,19 @@ osg::ref_ptr<osg::Geometry> makeGeometry(const osg::ref_ptr<osg::Vec3Array>& ver
 /** Lines through the middles of pixels, so that level ones are as wide as they are said to be. */
 osg::Vec3 middleOfPixel(const osg::Vec2d& place) {
     return {static_cast<float>(std::floor(place.x()) + 0.5), static_cast<float>(std::floor(place.y()) + 0.5), 0.0f};
+}
+
+/** A light from over the eye's right shoulder. The viewer's own shines along the line of sight of the viewer's camera.
+ */
+osg::ref_ptr<osg::LightSource> makeHeadlight() {
+    osg::ref_ptr<osg::LightSource> source = new osg::LightSource;
+    source->setReferenceFrame(osg::LightSource::ABSOLUTE_RF);
+    osg::Light& light = *source->getLight();
+    light.setPosition(osg::Vec4(0.3f, 0.3f, 1.0f, 0.0f));
+    light.setAmbient(osg::Vec4(0.3f, 0.3f, 0.3f, 1.0f));
+    light.setDiffuse(osg::Vec4(0.9f, 0.9f, 0.9f, 1.0f));
+    light.setSpecular(osg::Vec4());
+    return source;
 }
 
 }  // namespace
@@ -97,6 +111,7 @@ osg::ref_ptr<osg::Camera> makePanel(osg::Node* scene, const PanelView& view, con
     camera->setViewMatrixAsLookAt(view.center + view.towardsEye * view.eyeDistance, view.center, view.up);
     camera->setLODScale(0.0f);
     camera->setCullingMode(camera->getCullingMode() & ~osg::CullSettings::SMALL_FEATURE_CULLING);
+    camera->addChild(makeHeadlight());
     camera->addChild(scene);
     return camera;
 }

@@ -120,6 +120,13 @@ TEST(Panel, ShowsEachLevelOfDetailAsFromNearby) {
     EXPECT_EQ(countOf(red, *picture), pixels * pixels / 4 - 100);
 }
 
+TEST(Panel, LightsASceneFromItsOwnSide) {
+    const osg::ref_ptr<osg::Geode> square = makeGreenSquare();
+    square->getDrawable(0)->setStateSet(nullptr);
+
+    EXPECT_GT(pixelAt(*draw(makePanel(square, fromAbove(), redInk)), 20, 20)[1], 200);
+}
+
 TEST(Panel, ShowsScenesFarFromTheOrigin) {
     const osg::Vec3d far(4000000.0, 5000000.0, 3000000.0);
     const osg::ref_ptr<osg::MatrixTransform> moved = new osg::MatrixTransform(osg::Matrix::translate(far));
