@@ -286,17 +286,20 @@ TEST(MarkupCommand, KeepsTheLibrarysFilesBesideTheOutputWhenAsked) {
 
 TEST(MarkupCommand, FindsTheTexturesOfKeptFilesInTheirFolder) {
     const TemporaryDirectory folder;
-    std::filesystem::create_directories(folder.path() / "in");
-    osgDB::writeImageFile(*makeImage(""), folder / "in/wall.png");
+    for (const char* name : {"in", "other/in", "other/cwd"}) std::filesystem::create_directories(folder.path() / name);
+    for (const char* name : {"in/wall.png", "other/in/wall.png"}) osgDB::writeImageFile(*makeImage(""), folder / name);
+    ToolSettings settings;
+    settings.workingDirectory = folder / "other/cwd";
     const auto moved = makeNamed<osg::MatrixTransform>("moved", {makeHouse()});
     const osg::ref_ptr<osg::Texture2D> wall = makeTexture("wall.png");
     moved->getOrCreateStateSet()->setTextureAttributeAndModes(0, wall);
     moved->getChild(0)->asGroup()->getChild(0)->getOrCreateStateSet()->setTextureAttributeAndModes(0, wall);
     osgDB::writeNodeFile(*moved, folder / "in/in.osg");
 
-    ASSERT_EQ(
-        runTool({"markup", folder / "in/in.osg", folder / "out/out.osgt", "--path", "roof", "--keep-files"}).status, 0);
+    const ToolResult result =
+        runTool({"markup", folder / "in/in.osg", folder / "out/out.osgt", "--path", "roof", "--keep-files"}, settings);
 
+    EXPECT_EQ(result.status, 0);
     for (const char* name : {"out/out.osgt", "out/lodmarkup.osg", "out/geode.osg"})
         EXPECT_THAT(readBytes(folder / name), HasSubstr("\"../in/wall.png\"")) << name;
 }
