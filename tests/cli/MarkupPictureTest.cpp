@@ -67,7 +67,8 @@ public:
         const ToolResult result = run(options);
         EXPECT_EQ(result.status, 0) << result.errors;
         EXPECT_EQ(result.errors, "");
-        return osgDB::readRefImageFile(picture());
+        const osg::ref_ptr<osg::Image> drawn = osgDB::readRefImageFile(picture());
+        return drawn ? drawn.get() : new osg::Image;
     }
 
 private:
@@ -193,7 +194,7 @@ TEST(MarkupPicture, TellsItsSizeAndWritesTheGraphToo) {
 
 TEST(MarkupPicture, WritesTheSameGraphAsWithoutAPicture) {
     const Scene scene(makeTown());
-    scene.run();
+    ASSERT_EQ(scene.run().status, 0);
     const osg::ref_ptr<osg::Node> withPicture = load(scene.out());
 
     runTool({"markup", scene.in(), scene.out(), "--overwrite"});
