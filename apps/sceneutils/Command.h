@@ -40,6 +40,7 @@ void addExportCommand(CLI::App& app, ExitStatus& result);
 void addFindCommand(CLI::App& app, ExitStatus& result);
 void addInfoCommand(CLI::App& app, ExitStatus& result);
 void addLodsCommand(CLI::App& app, ExitStatus& result);
+void addMarkupCommand(CLI::App& app, ExitStatus& result);
 void addOptimizeCommand(CLI::App& app, ExitStatus& result);
 void addPlanCommand(CLI::App& app, ExitStatus& result);
 void addRecentreCommand(CLI::App& app, ExitStatus& result);

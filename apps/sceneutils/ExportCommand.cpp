@@ -1,7 +1,6 @@
 #include "Command.h"
 
-#include "export/NearestNames.h"
-#include "files/FileReferences.h"
+#include "export/NameSearch.h"
 #include "files/GraphFile.h"
 #include "files/GuardedWork.h"
 #include "files/InputGuard.h"
@@ -11,23 +10,18 @@
 #include "files/PlainText.h"
 
 #include <osg/Geode>
-#include <osg/NodeVisitor>
 
 #include <CLI/CLI.hpp>
 
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace veltrane::sceneutils::tool {
 
 namespace {
-
-constexpr std::size_t namesOffered = 3;
 
 struct ExportRequest {
     std::string input;
@@ -35,46 +29,6 @@ struct ExportRequest {
     std::optional<std::string> node;
     bool overwrite = false;
 };
-
-/** The nodes of a name, and all names that there are. Visits each node once, in the order of the graph, hidden nodes
- * too. */
-class NameSearch : public osg::NodeVisitor {
-public:
-    NameSearch(osg::Node& graph, std::string name) : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN), _name(std::move(name)) {
-        setNodeMaskOverride(~0u);
-        graph.accept(*this);
-    }
-
-    using osg::NodeVisitor::apply;
-
-    void apply(osg::Node& node) override {
-        if (!_seen.insert(&node).second) return;
-        if (!node.getName().empty()) names.insert(node.getName());
-        if (node.getName() == _name && count++ == 0) wayToFirst = getNodePath();
-        traverse(node);
-    }
-
-    osg::NodePath wayToFirst;
-    std::size_t count = 0;
-    std::set<std::string> names;
-
-private:
-    std::string _name;
-    std::set<const osg::Node*> _seen;
-};
-
-std::string quoted(const std::vector<std::string>& names) {
-    std::string text;
-    for (const std::string& name : names) text += (text.empty() ? "'" : ", '") + name + "'";
-    return text;
-}
-
-std::string nothingFound(const ExportRequest& request, const std::set<std::string>& names, std::size_t unloaded) {
-    const std::string nearest = quoted(nearestNames(*request.node, names, namesOffered));
-    return request.input + ": there is no node called '" + *request.node + "'; " +
-           (nearest.empty() ? "no node has a name" : "nearest: " + nearest) +
-           (unloaded > 0 ? "; not searched: " + plural(unloaded, "file", "files") + " that it refers to" : "");
-}
 
 /** A drawable stands in a geode: some formats know no other place for it. */
 osg::ref_ptr<osg::Node> asGraph(osg::Node& node) {
@@ -92,13 +46,10 @@ struct Part {
 };
 
 Part findPart(const ExportRequest& request, osg::Node& graph) {
-    const NameSearch search(graph, *request.node);
-    if (search.count == 0) {
-        throw CommandError(ExitStatus::Usage, nothingFound(request, search.names, countUnloadedFiles(graph)));
-    }
+    const std::vector<osg::NodePath> ways = findByName(graph, *request.node, request.input);
     const std::string others =
-        search.count > 1 ? ", the first of " + std::to_string(search.count) + " nodes of this name" : "";
-    return {asGraph(*search.wayToFirst.back()), asText(search.wayToFirst) + " written" + others};
+        ways.size() > 1 ? ", the first of " + std::to_string(ways.size()) + " nodes of this name" : "";
+    return {asGraph(*ways.front().back()), asText(ways.front()) + " written" + others};
 }
 
 ExitStatus exportGraph(const ExportRequest& request) {

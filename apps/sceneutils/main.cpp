@@ -46,6 +46,7 @@ int main(int argc, char** argv) {
     addFindCommand(app, result);
     addInfoCommand(app, result);
     addLodsCommand(app, result);
+    addMarkupCommand(app, result);
     addOptimizeCommand(app, result);
     addPlanCommand(app, result);
     addRecentreCommand(app, result);
