@@ -257,6 +257,18 @@ TEST(LODMarkup, KeepsAnLODThatOnlyItsParentHolds) {
     EXPECT_EQ(lod->referenceCount(), 1);
 }
 
+TEST(LODMarkup, GivesBackARootThatNobodyHolds) {
+    for (osg::Group* root : {new osg::Group, static_cast<osg::Group*>(makeLOD("root").release())}) {
+        root->addChild(makeTwoLevels());
+
+        run(*root);
+
+        EXPECT_EQ(root->referenceCount(), 0);
+        const osg::ref_ptr<osg::Group> held = root;
+        EXPECT_TRUE(marksIn(held->getChild(0)));
+    }
+}
+
 TEST(LODMarkup, VisitsWhatTheNodeMasksAllowWhateverIsSwitchedOnOrInRange) {
     const auto hidden = makeGroup({makeTwoLevels()});
     hidden->setNodeMask(0);
