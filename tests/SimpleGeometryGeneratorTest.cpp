@@ -67,6 +67,20 @@ osg::ref_ptr<osg::Node> writeAndRead(const osg::Node& node, const std::string& e
     return format.readNode(file, options).getNode();
 }
 
+/** Stands where a polygon mode does and is none. */
+class ForeignPolygonMode : public osg::StateAttribute {
+public:
+    ForeignPolygonMode() = default;
+    ForeignPolygonMode(const ForeignPolygonMode& other, const osg::CopyOp& operation)
+        : osg::StateAttribute(other, operation) {}
+
+    META_StateAttribute(test, ForeignPolygonMode, POLYGONMODE)
+
+        int compare(const osg::StateAttribute& other) const override {
+        return this == &other ? 0 : 1;
+    }
+};
+
 /** The ways to add something. */
 struct Addition {
     const char* name;
@@ -533,6 +547,17 @@ TEST(SimpleGeometryGenerator, UsesThePolygonModeThatIsThere) {
     EXPECT_EQ(own->getMode(osg::PolygonMode::FRONT_AND_BACK), osg::PolygonMode::LINE);
     EXPECT_EQ(generator->getStateSet()->getAttributePair(osg::StateAttribute::POLYGONMODE)->second,
               osg::StateAttribute::OVERRIDE);
+}
+
+TEST(SimpleGeometryGenerator, ReplacesAnAttributeInThePlaceOfAPolygonMode) {
+    const auto generator = makeGenerator();
+    generator->getOrCreateStateSet()->setAttribute(new ForeignPolygonMode);
+
+    generator->setWireframeEnabled(true);
+
+    const osg::PolygonMode* mode = attributeOf<osg::PolygonMode>(*generator->getStateSet());
+    ASSERT_TRUE(mode);
+    EXPECT_EQ(mode->getMode(osg::PolygonMode::FRONT_AND_BACK), osg::PolygonMode::LINE);
 }
 
 TEST(SimpleGeometryGenerator, ClearTakesAwayWhatWasAdded) {
