@@ -107,6 +107,14 @@ osg::StateAttribute* programOf(osg::Node& node) {
     return node.getStateSet() ? node.getStateSet()->getAttribute(osg::StateAttribute::PROGRAM) : nullptr;
 }
 
+/** Nodes of an application. */
+struct DerivedCamera : osg::Camera {
+    const char* className() const override { return "DerivedCamera"; }
+};
+struct DerivedTile : osg::PagedLOD {
+    const char* className() const override { return "DerivedTile"; }
+};
+
 /** Offers a font as a file of that name while it lives. */
 class OfferedFont {
 public:
@@ -208,6 +216,18 @@ TEST(LODMarkupPath, SkipsCamerasAndNullPointers) {
     EXPECT_EQ(chain->getNumChildren(), 0u);
 }
 
+TEST(LODMarkupPath, TakesDerivedClassesForWhatTheyAre) {
+    const osg::ref_ptr<osg::Node> leaf = new osg::Node;
+    const auto tile = makeLOD<DerivedTile>("tile");
+    tile->addChild(leaf, 0.0f, 100.0f, "near.ive");
+    const osg::ref_ptr<osg::Camera> camera = new DerivedCamera;
+    camera->addChild(tile);
+
+    EXPECT_EQ(linesOf({camera, tile, leaf}),
+              "DerivedTile tile near.ive 0...100, 1 children, bound radius=2, parents 1\n"
+              "Node , parents 1\n");
+}
+
 TEST(LODMarkupPath, MakesAGroupThatDrawsItsBackFaces) {
     Workplace workplace;
 
@@ -229,6 +249,7 @@ TEST(LODMarkupPath, KeepsTransformsWithoutTheirChildren) {
     const osg::ref_ptr<osg::PositionAttitudeTransform> outer =
         makeNamed<osg::PositionAttitudeTransform>("outer", inner);
     outer->setPosition(osg::Vec3d(1, 2, 3));
+    outer->setUpdateCallback(new osg::NodeCallback);
     Workplace workplace;
 
     const auto chain = markPath({outer, inner});
@@ -237,6 +258,7 @@ TEST(LODMarkupPath, KeepsTransformsWithoutTheirChildren) {
     EXPECT_NE(&outerCopy, outer);
     EXPECT_EQ(outerCopy.getName(), "outer");
     EXPECT_EQ(outerCopy.getPosition(), osg::Vec3d(1, 2, 3));
+    EXPECT_EQ(outerCopy.getUpdateCallback(), outer->getUpdateCallback()) << "a shallow copy";
     ASSERT_EQ(outerCopy.getNumChildren(), 1u);
     auto& innerCopy = dynamic_cast<osg::MatrixTransform&>(below(outerCopy));
     EXPECT_EQ(innerCopy.getName(), "no name Transform");

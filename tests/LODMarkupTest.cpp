@@ -55,6 +55,11 @@ osg::ref_ptr<LOD> makeTwoLevels(float radius = 7.0f) {
     return lod;
 }
 
+/** A paged LOD of an application. */
+struct DerivedTile : osg::PagedLOD {
+    const char* className() const override { return "DerivedTile"; }
+};
+
 void run(osg::Node& graph) {
     LODMarkup visitor;
     graph.accept(visitor);
@@ -257,6 +262,18 @@ TEST(LODMarkup, KeepsAnLODThatOnlyItsParentHolds) {
     EXPECT_EQ(lod->referenceCount(), 1);
 }
 
+TEST(LODMarkup, GivesBackARootThatNobodyHolds) {
+    for (osg::Group* root : {new osg::Group, static_cast<osg::Group*>(makeLOD("root").release())}) {
+        root->addChild(makeTwoLevels());
+
+        run(*root);
+
+        EXPECT_EQ(root->referenceCount(), 0);
+        const osg::ref_ptr<osg::Group> held = root;
+        EXPECT_TRUE(marksIn(held->getChild(0)));
+    }
+}
+
 TEST(LODMarkup, VisitsWhatTheNodeMasksAllowWhateverIsSwitchedOnOrInRange) {
     const auto hidden = makeGroup({makeTwoLevels()});
     hidden->setNodeMask(0);
@@ -340,6 +357,11 @@ TEST(LODMarkupLevel, DrawsPagedLODsInColoursOfTheirOwn) {
     EXPECT_EQ(linesIn(*drawLevel(*makeTwoLevels<osg::PagedLOD>(), 1)),
               spokes(center, 7, magenta) + square(center, 7, yellow) + square(center, 200, cyan) +
                   spokes(center, 200, magenta));
+}
+
+TEST(LODMarkupLevel, DrawsClassesDerivedFromPagedLODsAsThese) {
+    EXPECT_EQ(linesIn(*drawLevel(*makeTwoLevels<DerivedTile>(), 1)),
+              linesIn(*drawLevel(*makeTwoLevels<osg::PagedLOD>(), 1)));
 }
 
 TEST(LODMarkupLevel, LabelsTheRadiusAndTheEndOfTheRange) {

@@ -267,6 +267,19 @@ TEST(ExportNode, WritesNoGeodeThatHasOtherChildrenThanDrawables) {
     EXPECT_THAT(workplace.files(), IsEmpty());
 }
 
+TEST(ExportNode, LooksForSuchGeodesInHiddenGroupsAndBeforeDrawables) {
+    const Workplace workplace;
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    geode->addChild(new osg::Group);
+    geode->addDrawable(makeSquare());
+    const osg::ref_ptr<osg::Group> hidden = makeNamed("hidden", geode);
+    hidden->setNodeMask(0);
+
+    exportNode(makeNamed("world", hidden), "", "all");
+
+    EXPECT_THAT(workplace.files(), IsEmpty());
+}
+
 TEST(ExportNode, GivesBackAGraphThatNobodyHolds) {
     const Workplace workplace;
     osg::Group* world = makeWorld().release();

@@ -67,6 +67,20 @@ osg::ref_ptr<osg::Node> writeAndRead(const osg::Node& node, const std::string& e
     return format.readNode(file, options).getNode();
 }
 
+/** Stands where a polygon mode does and is none. */
+class ForeignPolygonMode : public osg::StateAttribute {
+public:
+    ForeignPolygonMode() = default;
+    ForeignPolygonMode(const ForeignPolygonMode& other, const osg::CopyOp& operation)
+        : osg::StateAttribute(other, operation) {}
+
+    META_StateAttribute(test, ForeignPolygonMode, POLYGONMODE)
+
+        int compare(const osg::StateAttribute& other) const override {
+        return this == &other ? 0 : 1;
+    }
+};
+
 /** The ways to add something. */
 struct Addition {
     const char* name;
@@ -297,6 +311,28 @@ TEST(SimpleGeometryGenerator, TakesItsOwnVerticesAndColorsAsArguments) {
     EXPECT_THAT(colors.asVector(), Each(red));
 }
 
+TEST(SimpleGeometryGenerator, TakesItsOwnVertexAsTheOffsetOfALoop) {
+    const auto generator = makeGenerator();
+    generator->addLine(a, b, red);
+    auto& vertices = dynamic_cast<osg::Vec3Array&>(*geometryOf(*generator).getVertexArray());
+    vertices.asVector().shrink_to_fit();
+
+    generator->addLoop(makePoints({a, b, c}), vertices[0], red);
+
+    EXPECT_THAT(vertices.asVector(), ElementsAre(a, b, a + a, b + a, c + a));
+}
+
+TEST(SimpleGeometryGenerator, TakesItsOwnColorForABox) {
+    const auto generator = makeGenerator();
+    generator->addLine(a, b, red);
+    auto& colors = dynamic_cast<osg::Vec4Array&>(*geometryOf(*generator).getColorArray());
+    colors.asVector().shrink_to_fit();
+
+    generator->addBoundingBox(osg::BoundingBox(a, b), colors[0]);
+
+    EXPECT_THAT(colors.asVector(), testing::AllOf(testing::SizeIs(26), Each(red)));
+}
+
 TEST(SimpleGeometryGenerator, DrawsABoxAsTwelveLinesOfTheirOwnEnds) {
     const auto generator = makeGenerator();
     const float x0 = 1, y0 = 2, z0 = 3, x1 = 4, y1 = 6, z1 = 8;
@@ -392,6 +428,20 @@ TEST(SimpleGeometryGenerator, CheckGeometryForgetsTheBound) {
     generator->checkGeometry();
 
     EXPECT_EQ(geometryOf(*generator).getBoundingBox(), osg::BoundingBox(a, c));
+}
+
+TEST(SimpleGeometryGenerator, CheckPointsGeometryMarksNothing) {
+    const auto generator = makeGenerator();
+    generator->addLine(a, b, red);
+    osg::Geometry& markers = markersOf(*generator);
+    EXPECT_EQ(markers.getBoundingBox(), osg::BoundingBox(a, b));
+    dynamic_cast<osg::Vec3Array&>(*markers.getVertexArray())[1] = c;
+    const std::vector<unsigned int> before = modifiedCounts(*generator);
+
+    generator->checkPointsGeometry();
+
+    EXPECT_EQ(markers.getBoundingBox(), osg::BoundingBox(a, b));
+    EXPECT_EQ(modifiedCounts(*generator), before);
 }
 
 TEST(SimpleGeometryGenerator, HasAPaletteOfFourStepsPerChannel) {
@@ -497,6 +547,17 @@ TEST(SimpleGeometryGenerator, UsesThePolygonModeThatIsThere) {
     EXPECT_EQ(own->getMode(osg::PolygonMode::FRONT_AND_BACK), osg::PolygonMode::LINE);
     EXPECT_EQ(generator->getStateSet()->getAttributePair(osg::StateAttribute::POLYGONMODE)->second,
               osg::StateAttribute::OVERRIDE);
+}
+
+TEST(SimpleGeometryGenerator, ReplacesAnAttributeInThePlaceOfAPolygonMode) {
+    const auto generator = makeGenerator();
+    generator->getOrCreateStateSet()->setAttribute(new ForeignPolygonMode);
+
+    generator->setWireframeEnabled(true);
+
+    const osg::PolygonMode* mode = attributeOf<osg::PolygonMode>(*generator->getStateSet());
+    ASSERT_TRUE(mode);
+    EXPECT_EQ(mode->getMode(osg::PolygonMode::FRONT_AND_BACK), osg::PolygonMode::LINE);
 }
 
 TEST(SimpleGeometryGenerator, ClearTakesAwayWhatWasAdded) {
@@ -625,18 +686,19 @@ TEST(SimpleGeometryGenerator, ClearForgetsTheBoundOfMarkers) {
     generator->clear();
     generator->checkPointsGeometry();
 
+    ASSERT_EQ(geodeOf(*generator).getNumDrawables(), 1u) << "markers are on again";
     EXPECT_FALSE(geometryOf(*generator).getBoundingBox().valid());
 }
 
 TEST(SimpleGeometryGenerator, LeavesWhatIsNearTheOriginThere) {
     const auto generator = makeGenerator();
-    generator->addLine(osg::Vec3(999, 0, 0), osg::Vec3(1000, 0, 0), red);
+    generator->addLine(osg::Vec3(999.9375f, 0, 0), osg::Vec3(1000, 0, 0), red);
     generator->setMatrix(osg::Matrixd::translate(1, 2, 3));
 
     generator->bubbleUpTransform();
 
     EXPECT_TRUE(generator->getMatrix().isIdentity()) << "what was there is replaced";
-    EXPECT_THAT(verticesOf(geometryOf(*generator)), ElementsAre(osg::Vec3(999, 0, 0), osg::Vec3(1000, 0, 0)));
+    EXPECT_THAT(verticesOf(geometryOf(*generator)), ElementsAre(osg::Vec3(999.9375f, 0, 0), osg::Vec3(1000, 0, 0)));
 }
 
 TEST(SimpleGeometryGenerator, MovesWhatIsFarAwayToTheOriginAndPutsItBackByItsMatrix) {
@@ -767,6 +829,33 @@ TEST(SimpleGeometryGenerator, CopiesKnowWhatIsAttached) {
     original->clear();
     original->addLine(a, b, red);
     EXPECT_EQ(geodeOf(*original).getNumDrawables(), 1u);
+}
+
+TEST(SimpleGeometryGenerator, CopiesTakeForAttachedWhatTheirOriginalHadAttached) {
+    const auto original = makeGenerator();
+    original->addLine(a, b, red);
+    original->checkPointsGeometry();
+    const osg::ref_ptr<SimpleGeometryGenerator> copy = new SimpleGeometryGenerator(*original);
+
+    original->clear();
+    copy->checkPointsGeometry();
+    copy->checkGeometry();
+
+    EXPECT_EQ(geodeOf(*copy).getNumDrawables(), 0u);
+}
+
+TEST(SimpleGeometryGenerator, CopiesUseTheListsThatTheirOriginalHad) {
+    const auto original = makeGenerator();
+    original->addTriangle(a, b, c, red);
+    original->addLine(a, b, red);
+
+    const osg::ref_ptr<SimpleGeometryGenerator> copy = new SimpleGeometryGenerator(*original);
+    copy->addTriangle(c, b, a, red);
+    copy->addLine(b, a, red);
+
+    EXPECT_EQ(geometryOf(*original).getNumPrimitiveSets(), 2u);
+    EXPECT_THAT(indicesOf(geometryOf(*original), GL_TRIANGLES), ElementsAre(0, 1, 2, 5, 6, 7));
+    EXPECT_THAT(indicesOf(geometryOf(*original), GL_LINES), ElementsAre(3, 4, 8, 9));
 }
 
 TEST(SimpleGeometryGenerator, CopiesOfAnEmptyOneAttachOnce) {

@@ -5,6 +5,7 @@
 #include "files/Interruption.h"
 #include "files/OutputFormat.h"
 #include "files/PlainNormals.h"
+#include "files/PlainText.h"
 
 #include <sceneutils/SceneUtils.h>
 
@@ -37,7 +38,8 @@ ExitStatus writeAxes(const AxesRequest& request) {
     const osg::ref_ptr<osg::Group> axes = createCoordinateSystemGeometry(size);
     bindNormalsOverall(*axes);
     writeGraph(axes, request.output, request.overwrite);
-    std::cout << request.output << ": axes of length " << size << ", x red, y green, z blue\n";
+    std::cout << withoutControlCharacters(request.output) << ": axes of length " << size
+              << ", x red, y green, z blue\n";
     return ExitStatus::Done;
 }
 

@@ -17,13 +17,13 @@ constexpr const char* chainsFile = "lodmarkup.osg";
 /** Apart from the visit, which may go deep: what it needs is gone when the children are visited. */
 void mark(osg::LOD& lod, const LODColors& colors) {
     if (lod.getNumParents() == 0) return;
-    const osg::ref_ptr<osg::Group> parent = lod.getParent(0);
+    osg::Group& parent = *lod.getParent(0);
     const osg::ref_ptr<SimpleGeometryGenerator> generator = new SimpleGeometryGenerator;
     const osg::ref_ptr<osg::Group> group = new osg::Group;
     drawLOD(lod, colors, *generator);
     group->addChild(generator);
     group->addChild(&lod);
-    parent->replaceChild(&lod, group);
+    parent.replaceChild(&lod, group);
 }
 
 }  // namespace

@@ -150,6 +150,8 @@ void SimpleGeometryGenerator::addLine(const osg::Vec3f& from, const osg::Vec3f& 
 void SimpleGeometryGenerator::addLoop(const osg::Vec3Array* points, const osg::Vec3f& offset, const osg::Vec4f& color) {
     checkLines();
     const unsigned int start = nextVertex();
+    // Both may stand in the arrays, which move when they grow.
+    const osg::Vec3f offsetOfAll = offset;
     const osg::Vec4f colorOfAll = color;
     const std::size_t count = points->size();
     for (std::size_t i = 0; i < count; ++i) {
@@ -157,7 +159,7 @@ void SimpleGeometryGenerator::addLoop(const osg::Vec3Array* points, const osg::V
         const bool isLast = i + 1 == count;
         append(*_lines, {next, isLast ? start : next + 1});
         _colors->push_back(colorOfAll);
-        _vertices->push_back((*points)[i] + offset);
+        _vertices->push_back((*points)[i] + offsetOfAll);
         _normals->push_back(normal);
     }
     dirtyLists();
@@ -190,19 +192,20 @@ void SimpleGeometryGenerator::addBoundingBox(const osg::BoundingBox& box, const 
     const osg::Vec3f corner101(high.x(), low.y(), high.z());
     const osg::Vec3f corner110(high.x(), high.y(), low.z());
     const osg::Vec3f corner111 = high;
+    const osg::Vec4f colorOfAll = color;  // which may stand in the array, and that moves when it grows
 
-    addLine(corner000, corner010, color);
-    addLine(corner000, corner100, color);
-    addLine(corner001, corner011, color);
-    addLine(corner001, corner101, color);
-    addLine(corner110, corner010, color);
-    addLine(corner110, corner100, color);
-    addLine(corner111, corner011, color);
-    addLine(corner111, corner101, color);
-    addLine(corner000, corner001, color);
-    addLine(corner100, corner101, color);
-    addLine(corner010, corner011, color);
-    addLine(corner110, corner111, color);
+    addLine(corner000, corner010, colorOfAll);
+    addLine(corner000, corner100, colorOfAll);
+    addLine(corner001, corner011, colorOfAll);
+    addLine(corner001, corner101, colorOfAll);
+    addLine(corner110, corner010, colorOfAll);
+    addLine(corner110, corner100, colorOfAll);
+    addLine(corner111, corner011, colorOfAll);
+    addLine(corner111, corner101, colorOfAll);
+    addLine(corner000, corner001, colorOfAll);
+    addLine(corner100, corner101, colorOfAll);
+    addLine(corner010, corner011, colorOfAll);
+    addLine(corner110, corner111, colorOfAll);
 }
 
 void SimpleGeometryGenerator::bubbleUpTransform() {

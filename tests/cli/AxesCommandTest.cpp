@@ -41,6 +41,14 @@ TEST(AxesCommand, WritesAxesOfLength1AndTellsSo) {
     EXPECT_THAT(namesIn(folder.path()), ElementsAre("axes.ive"));
 }
 
+TEST(AxesCommand, KeepsControlCharactersOfTheNameFromTheTerminal) {
+    const TemporaryDirectory folder;
+
+    EXPECT_EQ(runTool({"axes", folder / "ax\033es.ive"}).output,
+              (folder / "ax?es.ive") + ": axes of length 1, x red, y green, z blue\n");
+    EXPECT_THAT(namesIn(folder.path()), ElementsAre("ax\033es.ive"));
+}
+
 TEST(AxesCommand, WritesTheSameInEveryFormat) {
     const TemporaryDirectory folder;
 

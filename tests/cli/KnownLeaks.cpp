@@ -1,7 +1,0 @@
-// What the leak report of a build with AddressSanitizer leaves out because it is not this project's to free.
-// Visible, so that the sanitizer's library finds it in the executable.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
-
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:osgdb_openflight\n";  // its writer never frees the streams that it writes a file through
-}
