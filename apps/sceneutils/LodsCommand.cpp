@@ -89,8 +89,8 @@ ExitStatus makeLods(const LodsRequest& request) {
                   << "\n";
     }
     writeGraph(graph, request.output, request.overwrite);
-    std::cout << request.output << ": " << plural(after.lods - lodsBefore, "LOD", "LODs") << " created, "
-              << plural(after.hints.size(), "hint", "hints") << " not readable\n";
+    std::cout << withoutControlCharacters(request.output) << ": " << plural(after.lods - lodsBefore, "LOD", "LODs")
+              << " created, " << plural(after.hints.size(), "hint", "hints") << " not readable\n";
     return after.hints.empty() ? ExitStatus::Done : ExitStatus::DonePartly;
 }
 

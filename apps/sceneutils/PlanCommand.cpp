@@ -97,7 +97,7 @@ ExitStatus plan(const PlanRequest& request) {
 
     writePlanFile(output, graph, request);
     tellFindings(graph, request.master, output);
-    std::cout << summaryOf(graph) << ", plan: " << output.string() << "\n";
+    std::cout << summaryOf(graph) << ", plan: " << withoutControlCharacters(output.string()) << "\n";
     return graph.count(Severity::Error) > 0 ? ExitStatus::DonePartly : ExitStatus::Done;
 }
 
