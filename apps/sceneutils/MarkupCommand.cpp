@@ -151,7 +151,7 @@ void writeGraphs(const Request& request, const Markup& markup) {
     const fs::path folder = fs::path(request.output).parent_path();
     writeGraph(markup.graph, request.output, request.overwrite);
     for (const auto& [name, node] : markup.files) {
-        resolveImageNames(*node, folder);  // which the write before has made relative
+        resolveNames(*node, folder);  // which the write before has made relative
         writeGraph(node, placeOf(request, name), request.overwrite);
     }
 }

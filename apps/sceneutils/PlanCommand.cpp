@@ -3,6 +3,7 @@
 #include "files/FileFinder.h"
 #include "files/InputGuard.h"
 #include "files/Interruption.h"
+#include "files/PlainText.h"
 #include "files/WholeFile.h"
 #include "plan/FindingReport.h"
 #include "plan/PlanReport.h"

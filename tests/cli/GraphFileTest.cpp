@@ -2,6 +2,7 @@
 
 #include "Command.h"
 #include "files/OutputFormat.h"
+#include "files/PortableNames.h"
 #include "support/Conversions.h"
 #include "support/Graphs.h"
 #include "support/StandardError.h"
@@ -11,6 +12,7 @@
 #include <gmock/gmock.h>
 
 #include <osg/Geometry>
+#include <osg/PagedLOD>
 #include <osg/PrimitiveRestartIndex>
 #include <osg/ProxyNode>
 #include <osg/Texture2DMultisample>
@@ -295,6 +297,21 @@ TEST(GraphFile, NamesTilesRelativelyToTheOutputInEveryNativeFormat) {
 
         EXPECT_THAT(pagedFiles(load(folder / "out/deep/a.osgb")), ElementsAre("../../in/tiles/t.ive")) << ending;
     }
+}
+
+TEST(GraphFile, NotesTheFolderOfTilesAndReferencesThatHaveNone) {
+    const osg::ref_ptr<osg::PagedLOD> tile = new osg::PagedLOD;
+    const osg::ref_ptr<osg::ProxyNode> reference = new osg::ProxyNode;
+    const osg::ref_ptr<osg::PagedLOD> elsewhere = new osg::PagedLOD;
+    elsewhere->setDatabasePath("/far");
+    const osg::ref_ptr<osg::Group> root = new osg::Group;
+    for (const osg::ref_ptr<osg::Node> child :
+         {osg::ref_ptr<osg::Node>(tile), osg::ref_ptr<osg::Node>(reference), osg::ref_ptr<osg::Node>(elsewhere)})
+        root->addChild(child);
+    veltrane::sceneutils::tool::resolveNames(*root, "/near");
+    EXPECT_EQ(tile->getDatabasePath(), "/near/");
+    EXPECT_EQ(reference->getDatabasePath(), "/near/");
+    EXPECT_EQ(elsewhere->getDatabasePath(), "/far/");
 }
 
 TEST(GraphFile, NamesReferencesRelativelyThatAFileInTheWorkingDirectoryHolds) {

@@ -93,6 +93,9 @@ void resolveNames(osg::Node& root, const fs::path& folder) {
     for (const osg::ref_ptr<osg::ProxyNode>& proxy : references.proxies) {
         if (proxy->getDatabasePath().empty()) proxy->setDatabasePath(databasePath);
     }
+    for (const osg::ref_ptr<osg::PagedLOD>& paged : references.pagedLODs) {
+        if (paged->getDatabasePath().empty()) paged->setDatabasePath(databasePath);
+    }
     ImageCollector collector;
     root.accept(collector);
     for (const osg::ref_ptr<osg::Image>& image : collector.images) {

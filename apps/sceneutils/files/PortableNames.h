@@ -9,7 +9,7 @@ namespace veltrane::sceneutils::tool {
 
 /**
  * Notes where the files lie that a file in `folder` names relatively: images that exist get absolute names, external
- * references without a database path get that folder as theirs.
+ * references and paged LODs without a database path get that folder as theirs.
  */
 void resolveNames(osg::Node& root, const std::filesystem::path& folder);
 
