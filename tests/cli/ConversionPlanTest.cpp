@@ -598,13 +598,10 @@ TEST(ConversionPlan, NamesAReferenceIntoAFolderThatLeadsNowhere) {
 }
 
 TEST(MirroredPath, KeepsTheFilesOwnName) {
-    ConversionPlan plan;
-    plan.inputFolder = "/db/world";
-    plan.outputFolder = "/out";
-    EXPECT_EQ(mirroredPath(plan, "/db/world/textures/a.png"), "/out/textures/a.png");
-    EXPECT_EQ(mirroredPath(plan, "/db/a.png"), "/out/_parent/a.png");
-    EXPECT_EQ(mirroredPath(plan, "/a.png"), "/out/_parent/_parent/a.png");
-    EXPECT_EQ(mirroredPath(plan, "/db/other/a.png"), "/out/_parent/other/a.png");
+    EXPECT_EQ(mirroredPath("/db/world", "/out", "/db/world/textures/a.png"), "/out/textures/a.png");
+    EXPECT_EQ(mirroredPath("/db/world", "/out", "/db/a.png"), "/out/_parent/a.png");
+    EXPECT_EQ(mirroredPath("/db/world", "/out", "/a.png"), "/out/_parent/_parent/a.png");
+    EXPECT_EQ(mirroredPath("/db/world", "/out", "/db/other/a.png"), "/out/_parent/other/a.png");
 }
 
 TEST(RelativeName, LeadsFromTheFolderToTheFile) {
