@@ -35,6 +35,7 @@ private:
 
 void addBoundsCommand(CLI::App& app, ExitStatus& result);
 void addConvertCommand(CLI::App& app, ExitStatus& result);
+void addConvertJobCommand(CLI::App& app, ExitStatus& result);
 void addFindCommand(CLI::App& app, ExitStatus& result);
 void addInfoCommand(CLI::App& app, ExitStatus& result);
 void addLodsCommand(CLI::App& app, ExitStatus& result);

@@ -41,6 +41,7 @@ int main(int argc, char** argv) {
     ExitStatus result = ExitStatus::Done;
     addBoundsCommand(app, result);
     addConvertCommand(app, result);
+    addConvertJobCommand(app, result);
     addFindCommand(app, result);
     addInfoCommand(app, result);
     addLodsCommand(app, result);

@@ -18,6 +18,7 @@ constexpr const char* pagedExtension = ".ive";
 constexpr const char* folderAboveTheDatabase = "_parent";
 constexpr double rangeShareOfReferencedFiles = 0.25;
 constexpr int deepestLevel = 100;
+constexpr std::uint64_t hashFactor = 0x100000001b3u;
 
 /** The palettes in force in a file: its own, or those it takes from above. 0: none. */
 using PaletteHashes = PerPalette<std::uint64_t>;
@@ -83,7 +84,6 @@ public:
                                options.input.string() + ": " + _plan.files.front().problem);
         }
         placeTextures();
-        checkOutputs();
         return std::move(_plan);
     }
 
@@ -102,7 +102,10 @@ private:
             file.problem = error.what();
         }
         file.bytes = scan.bytes;
-        for (std::size_t i = 0; i < paletteKinds; ++i) file.inheritsPalettes[i] = inherited[i] != 0;
+        for (std::size_t i = 0; i < paletteKinds; ++i) {
+            file.inheritsPalettes[i] = inherited[i] != 0;
+            file.inheritedPalettes = file.inheritedPalettes * hashFactor + inherited[i];
+        }
         _texturesOf.resize(index + 1);
         _texturesOf[index] = noteInputs(file, scan);
         file.pagesReferences = level == 0 || _plan.options.recurse;
@@ -289,20 +292,6 @@ private:
         return output;
     }
 
-    void checkOutputs() const {
-        try {
-            for (const PlannedFile& file : _plan.files) {
-                if (file.output.empty() || !file.problem.empty()) continue;
-                if (_plan.inputs.count(file.output) != 0) {
-                    throw OutputError(file.output.string() + ": is one of the inputs; choose another output");
-                }
-                checkOutputPath(file.output, _plan.options.overwrite);
-            }
-        } catch (const OutputError& error) {
-            throw CommandError(ExitStatus::OutputNotWritten, error.what());
-        }
-    }
-
     ConversionPlan _plan;
     FileFinder _finder;
     std::map<StoredPath, std::size_t> _textures;  ///< numbered as they are met
@@ -333,8 +322,29 @@ std::string relativeName(const fs::path& file, const fs::path& folder) {
     return file.lexically_relative(folder).generic_string();
 }
 
-ConversionPlan planConversion(const ConversionOptions& options) {
+ConversionPlan planFiles(const ConversionOptions& options) {
     return Planner(options).run();
+}
+
+void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size_t)>& mayReplace) {
+    try {
+        for (std::size_t i = 0; i < plan.files.size(); ++i) {
+            const PlannedFile& file = plan.files[i];
+            if (file.output.empty() || !file.problem.empty()) continue;
+            if (plan.inputs.count(file.output) != 0) {
+                throw OutputError(file.output.string() + ": is one of the inputs; choose another output");
+            }
+            checkOutputPath(file.output, plan.options.overwrite || (mayReplace && mayReplace(i)));
+        }
+    } catch (const OutputError& error) {
+        throw CommandError(ExitStatus::OutputNotWritten, error.what());
+    }
+}
+
+ConversionPlan planConversion(const ConversionOptions& options) {
+    ConversionPlan plan = planFiles(options);
+    checkOutputs(plan, {});
+    return plan;
 }
 
 }  // namespace veltrane::sceneutils::tool

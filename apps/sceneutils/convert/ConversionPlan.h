@@ -3,7 +3,9 @@
 #include "../files/FlightFile.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <set>
 #include <string>
@@ -47,6 +49,7 @@ public:
     std::filesystem::path filename() const { return std::filesystem::path(_text).filename(); }
 
     friend bool operator==(const StoredPath& left, const StoredPath& right) { return left._text == right._text; }
+    friend bool operator!=(const StoredPath& left, const StoredPath& right) { return left._text != right._text; }
     friend bool operator<(const StoredPath& left, const StoredPath& right) { return left._text < right._text; }
 
 private:
@@ -71,6 +74,7 @@ struct PlannedFile {
     std::string name;                  ///< for messages: seen from the master's folder
     std::size_t namedBy = noFile;      ///< the first file that refers to it; noFile for the master
     std::size_t namedByReference = 0;  ///< which of that file's references that is
+    std::uint64_t inheritedPalettes = 0;  ///< tells apart what it inherits
     PerPalette<bool> inheritsPalettes{};  ///< which palettes that file hands on to it
     std::string problem;                  ///< why it cannot be converted; empty: it can
     StoredPath output;                    ///< absolute; empty: nothing is written for it
@@ -98,7 +102,16 @@ struct ConversionPlan {
     std::vector<std::pair<StoredPath, StoredPath>> displacedTextures;  ///< whose mirrored place is taken; new places
 };
 
-/** @throws CommandError if the input cannot be converted or an output may not be written */
+/** @throws CommandError if the input cannot be converted */
+ConversionPlan planFiles(const ConversionOptions& options);
+
+/**
+ * @param mayReplace whether the output of that file of the plan may be replaced without leave; empty: none may
+ * @throws CommandError if an output may not be written
+ */
+void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size_t)>& mayReplace);
+
+/** Both: the files, and a look at their outputs. */
 ConversionPlan planConversion(const ConversionOptions& options);
 
 /** Where a file that lies at `path` goes in the output folder, its own name kept. All must be resolved. */

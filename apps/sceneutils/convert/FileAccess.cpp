@@ -22,6 +22,8 @@ namespace {
 constexpr const char* modelEnding = ".flt";
 constexpr const char* convertedEnding = ".ive";
 
+constexpr std::streamsize blockSize = 1 << 16;
+
 // Without these the writer gives every reference that is still in the graph the ending .ive, and drops its folder.
 constexpr const char* keepReferenceNamesOptions = " useOriginalExternalReferences noWriteExternalReferenceFiles";
 
@@ -30,8 +32,15 @@ bool haveSameContent(const fs::path& a, const fs::path& b) {
     if (fs::file_size(a, error) != fs::file_size(b, error) || error) return false;
     std::ifstream first(a, std::ios::binary);
     std::ifstream second(b, std::ios::binary);
-    using Bytes = std::istreambuf_iterator<char>;
-    return first && second && std::equal(Bytes(first), Bytes(), Bytes(second), Bytes());
+    std::vector<char> ofFirst(blockSize);
+    std::vector<char> ofSecond(blockSize);
+    while (first && second) {
+        first.read(ofFirst.data(), blockSize);
+        second.read(ofSecond.data(), blockSize);
+        if (first.gcount() != second.gcount()) return false;
+        if (!std::equal(ofFirst.begin(), ofFirst.begin() + first.gcount(), ofSecond.begin())) return false;
+    }
+    return first.eof() && second.eof();
 }
 
 osg::ref_ptr<osgDB::Options> copyOf(const osgDB::Options* options) {
@@ -131,7 +140,9 @@ void FileAccess::install() {
 // What a file names is looked for from that file's folder, and never in the folder that happens to be the working
 // directory.
 std::string FileAccess::findDataFile(const std::string& name, const osgDB::Options*, osgDB::CaseSensitivity) {
-    const auto found = _finder.findTexture(_job.path.parent_path(), name);
+    const fs::path folder = _job.path.parent_path();
+    const auto found = _finder.findTexture(folder, name);
+    if (_isReading && onLookup) onLookup(folder, name, found.value_or(fs::path()));
     if (found) return found->string();
     if (_isReading) noteMissingTexture(name);
     return {};
@@ -219,12 +230,13 @@ void FileAccess::writeWhole(osg::Node& node, const osgDB::Options* options) {
     forWriting->setPluginStringData("filename", _job.output.string());
     forWriting->setOptionString(forWriting->getOptionString() + keepReferenceNamesOptions);
     if (beforeWriting) beforeWriting(_job.output);
-    WholeFile file(_job.output, _job.mayOverwrite);
+    WholeFile file(_job.output, mayReplace(_job.output));
     const ReaderWriter::WriteResult result = writer->writeNode(node, file.stream(), forWriting.get());
     file.stream().flush();
     if (file.stream() && !result.success()) {
         throw OutputError(_job.output.string() + ": OpenSceneGraph cannot write this graph as .ive");
     }
+    if (beforeCommitting) file.beforeRenaming = beforeCommitting;
     _result.bytesOut = file.commit();
     _result.written = true;
 }
@@ -257,18 +269,25 @@ fs::path FileAccess::placeTexture(const fs::path& texture) {
     const bool isNew = _texturesPlaced.emplace(place.string(), texture.string()).second;
     if (isNew) {
         if (!haveSameContent(texture, place)) copyTexture(texture, place);
+        if (afterPlacing) afterPlacing(place);
         _result.texturesPlaced[place.string()] = texture.string();
     }
     return place;
 }
 
 void FileAccess::copyTexture(const fs::path& from, const fs::path& to) {
-    std::ifstream source(from, std::ios::binary);
-    if (!source) throw OutputError(from.string() + ": cannot be read");
-    if (beforeWriting) beforeWriting(to);
-    WholeFile copy(to, _job.mayOverwrite);
-    if (fs::file_size(from) > 0) copy.stream() << source.rdbuf();
-    _result.textureBytesOut += copy.commit();
+    try {
+        std::ifstream source(from, std::ios::binary);
+        if (!source) throw OutputError(from.string() + ": cannot be read");
+        if (beforeWriting) beforeWriting(to);
+        WholeFile copy(to, mayReplace(to));
+        if (fs::file_size(from) > 0) copy.stream() << source.rdbuf();
+        copy.keepTimeOf(from);
+        _result.textureBytesOut += copy.commit();
+    } catch (const OutputError&) {
+        // Another process may have put it there meanwhile.
+        if (!haveSameContent(from, to)) throw;
+    }
 }
 
 }  // namespace veltrane::sceneutils::tool

@@ -61,6 +61,22 @@ public:
     /** Called when an output is about to be written: the planned one, or a copy of a texture. */
     std::function<void(const std::filesystem::path&)> beforeWriting;
 
+    /** Called when another file was looked for while the planned one is read; an empty path: there is none. */
+    std::function<void(const std::filesystem::path& folder, const std::string& name,
+                       const std::filesystem::path& found)>
+        onLookup;
+
+    /** Called with the output's temporary file when it is whole, before it gets its name. */
+    std::function<void(const std::filesystem::path&)> beforeCommitting;
+
+    /** Called when a texture lies where the output expects it. */
+    std::function<void(const std::filesystem::path&)> afterPlacing;
+
+    /** Whether a file that is there already may be replaced; by default the job says it for all. */
+    std::function<bool(const std::filesystem::path&)> mayReplace = [this](const std::filesystem::path&) {
+        return _job.mayOverwrite;
+    };
+
     std::string findDataFile(const std::string& name, const osgDB::Options* options,
                              osgDB::CaseSensitivity caseSensitivity) override;
     osgDB::ReaderWriter::ReadResult readNode(const std::string& name, const osgDB::Options* options) override;

@@ -76,6 +76,7 @@ FileOutcome convertFile(const ConversionJob& job, osg::Referenced* palettes,
         enterPhase(phase::processing);
     };
     access->beforeWriting = [&](const fs::path& output) { enterPhase(phase::writing, output.string()); };
+    if (events.onAccess) events.onAccess(*access);
     access->install();
 
     const osg::ref_ptr<osg::Node> graph = job.output.empty() ? readOnly() : convertByLibrary(job);
@@ -93,14 +94,18 @@ void loadPlugIns(const std::set<std::string>& extensions) {
     }
 }
 
-std::string whyItEnded(const ChildEnd& end, const std::string& lastPhase, unsigned int processorSeconds) {
-    const std::string when = "while being " + lastPhase;
-    if (end.signal == SIGXCPU) {
-        return "took more than " + std::to_string(processorSeconds) + " s of processor time " + when;
+std::string whyItEnded(const ChildEnd& end, const std::string& lastPhase, const ChildLimits& limits) {
+    const std::string when = " while being " + lastPhase;
+    if (end.tookTooLong) return "took more than " + std::to_string(limits.seconds) + " s" + when;
+    if (end.neededMoreMemory) {
+        return "needed more than " + std::to_string(limits.memoryBytes / bytesPerMiB) + " MiB of memory" + when;
     }
-    if (end.signal == 0) return "failed " + when;
+    if (end.signal == SIGXCPU) {
+        return "took more than " + std::to_string(limits.processorSeconds) + " s of processor time" + when;
+    }
+    if (end.signal == 0) return "failed" + when;
     const std::string culprit = lastPhase == phase::reading ? "crashed OpenSceneGraph's reader" : "crashed";
-    return culprit + " " + when + " (" + strsignal(end.signal) + ")";
+    return culprit + when + " (" + strsignal(end.signal) + ")";
 }
 
 }  // namespace veltrane::sceneutils::tool

@@ -33,6 +33,7 @@ struct FileOutcome {
 struct FileConversionEvents {
     std::function<void(const std::string& phase, const std::string& output)> onPhase;  ///< `output` if one was begun
     std::function<void(const osg::Node* graph)> afterReading;                          ///< null: it was not read
+    std::function<void(FileAccess&)> onAccess;  ///< before anything is read: to listen to more
 };
 
 /**
@@ -49,6 +50,6 @@ FileOutcome convertFile(const ConversionJob& job, osg::Referenced* palettes,
 void loadPlugIns(const std::set<std::string>& extensions);
 
 /** Says how a process that converted a file ended that did not end well. */
-std::string whyItEnded(const ChildEnd& end, const std::string& lastPhase, unsigned int processorSeconds);
+std::string whyItEnded(const ChildEnd& end, const std::string& lastPhase, const ChildLimits& limits);
 
 }  // namespace veltrane::sceneutils::tool

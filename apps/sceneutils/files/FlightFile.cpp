@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <optional>
 
 namespace veltrane::sceneutils::tool {
@@ -90,6 +91,8 @@ public:
         return value;
     }
 
+    std::string asString() const { return {_data, _size}; }
+
     std::string text(std::size_t offset, std::size_t maximum) const {
         if (offset >= _size) return {};
         const char* begin = _data + offset;
@@ -113,8 +116,14 @@ private:
     std::size_t _size;
 };
 
+constexpr char pushLevelRecord[] = "\0\012\0\4";
+constexpr char popLevelRecord[] = "\0\013\0\4";
+
 class Scan {
 public:
+    /** Called with every record, once the scan has looked at it. */
+    std::function<void(unsigned int opcode, const Bytes& record)> onRecord;
+
     FlightFile run(const Bytes& file) {
         _result.bytes = file.size();
         if (file.number(0, 2) != headerOpcode) throw FlightFileError("not an OpenFlight file");
@@ -137,6 +146,7 @@ private:
         const std::size_t wholeLength = lengthAsRead(opcode, length, rest);
         if (wholeLength > rest.size()) throwEndsInside(position);
         look(opcode, rest.first(length));
+        if (onRecord) onRecord(opcode, rest.first(length));
         return wholeLength;
     }
 
@@ -200,6 +210,41 @@ private:
     bool _done = false;
 };
 
+/** Keeps the records that hand palettes on to one reference. */
+class PaletteKeeper {
+public:
+    PaletteKeeper(std::size_t reference, const PerPalette<bool>& kinds) : _reference(reference), _kinds(kinds) {
+        // A light point appearance takes its color from the palette of colors.
+        if (isWanted(Palette::LightPointAppearance)) _kinds[static_cast<std::size_t>(Palette::Color)] = true;
+    }
+
+    void take(unsigned int opcode, const Bytes& record) {
+        if (opcode == externalReferenceOpcode && _references++ == _reference) {
+            kept += std::string(pushLevelRecord, recordHeaderSize) + withoutName(record.asString());
+            return;
+        }
+        const auto palette = paletteOf(opcode);
+        if (opcode == headerOpcode || (palette && isWanted(*palette))) kept += record.asString();
+    }
+
+    std::string kept;
+
+private:
+    // Whatever the reference is called, what it hands on is the same.
+    static std::string withoutName(std::string record) {
+        const std::size_t end = std::min(record.size(), nameOffset + nameSize);
+        std::fill(record.begin() + nameOffset, record.begin() + static_cast<std::ptrdiff_t>(end), '\0');
+        record[nameOffset] = 'x';
+        return record;
+    }
+
+    bool isWanted(Palette palette) const { return _kinds[static_cast<std::size_t>(palette)]; }
+
+    std::size_t _reference;
+    PerPalette<bool> _kinds;
+    std::size_t _references = 0;
+};
+
 std::string readWhole(const std::filesystem::path& path) {
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
@@ -223,6 +268,15 @@ std::string readWhole(const std::filesystem::path& path) {
 }
 
 }  // namespace
+
+std::string palettesHandedOn(const std::filesystem::path& path, std::size_t reference, const PerPalette<bool>& kinds) {
+    const std::string bytes = readWhole(path);
+    PaletteKeeper keeper(reference, kinds);
+    Scan scan;
+    scan.onRecord = [&](unsigned int opcode, const Bytes& record) { keeper.take(opcode, record); };
+    scan.run({bytes.data(), bytes.size()});
+    return keeper.kept + std::string(popLevelRecord, recordHeaderSize);
+}
 
 FlightFile scanFlightFile(const std::filesystem::path& path) {
     const std::string bytes = readWhole(path);

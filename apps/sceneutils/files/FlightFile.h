@@ -43,6 +43,15 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/**
+ * A small OpenFlight file that hands on to its only reference what `path` hands on to that one: header, those palettes
+ * and the reference's record under another name, in their order.
+ * @param reference which external-reference record, counted from 0
+ * @param kinds the palettes that are wanted
+ * @throws FlightFileError as scanFlightFile() does
+ */
+std::string palettesHandedOn(const std::filesystem::path& path, std::size_t reference, const PerPalette<bool>& kinds);
+
 /** Walks the file's records. Throws FlightFileError; nothing in a file can make it read out of bounds. */
 FlightFile scanFlightFile(const std::filesystem::path& path);
 
