@@ -271,6 +271,44 @@ TEST(ConvertJobs, NoticeAnotherTexture) {
     EXPECT_EQ(readBytes(folder / "out/b.png"), readBytes(folder / "in/b.png"));
 }
 
+TEST(ConvertJobs, TakeOverATextureWithAnotherContent) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/a.png", 100);
+    writeFlight(folder / "in/master.flt", 20, {"tile.flt"});
+    writeFlight(folder / "in/tile.flt", *makeTextured("a.png"));
+
+    EXPECT_EQ(writtenAfter(folder, [&] { writeGrey(folder / "in/a.png", 150); }), Names({"a.png", "tile.ive"}));
+}
+
+TEST(ConvertJobs, TakeOverAttributesOfATexture) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/a.png", 100);
+    writeFlight(folder / "in/master.flt", 20, {"tile.flt"});
+    writeFlight(folder / "in/tile.flt", *makeTextured("a.png"));
+    ASSERT_TRUE(fs::exists(folder / "in/a.png.attr"));
+
+    EXPECT_EQ(writtenAfter(folder, [&] { fs::remove(folder / "in/a.png.attr"); }), Names({"tile.ive"}));
+}
+
+TEST(ConvertJobs, ConvertEverythingAgainByAnotherVersion) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    convertInJobs(folder.path());
+    for (const std::string& name : namesIn(folder / "out/.sceneutils/m.ive")) {
+        const fs::path path = fs::path(folder / "out/.sceneutils/m.ive") / name;
+        std::string bytes = readBytes(path);
+        const std::size_t version = bytes.find("sceneutils " SCENEUTILS_VERSION);
+        if (path.extension() == ".job" && version != std::string::npos)
+            writeBytes(path, bytes.replace(version, 1, "S"));
+    }
+
+    const ToolResult result = convertInJobs(folder.path(), {"--dry-run"});
+
+    for (const std::string name : {"master", "a", "b", "c"})
+        EXPECT_THAT(result.output, HasSubstr(name + ".flt: was converted by another version (Sceneutils " +
+                                             SCENEUTILS_VERSION + ", OpenSceneGraph "));
+}
+
 TEST(ConvertJobs, BringBackATextureThatIsGone) {
     const TemporaryDirectory folder;
     writeGrey(folder / "in/b.png", 100);

@@ -1,5 +1,6 @@
 #include "JobPlan.h"
 
+#include "../Command.h"
 #include "../files/FileFinder.h"
 #include "../files/FlightFile.h"
 
@@ -149,10 +150,18 @@ private:
     std::string paletteFile(const StoredPath& parent, std::size_t reference, const PerPalette<bool>& kinds) {
         std::string& known = _paletteFiles[{parent, kinds}];
         if (!known.empty()) return known;
-        const std::string content = palettesHandedOn(parent, reference, kinds);
+        const std::string content = readPalettes(parent, reference, kinds);
         known = asHexadecimal(hashOf(content)) + paletteFileEnding;
         _result._paletteFiles[known] = content;
         return known;
+    }
+
+    static std::string readPalettes(const StoredPath& parent, std::size_t reference, const PerPalette<bool>& kinds) {
+        try {
+            return palettesHandedOn(parent, reference, kinds);
+        } catch (const FlightFileError& error) {  // it has changed since it was planned
+            throw CommandError(ExitStatus::InputUnreadable, parent.string() + ": " + error.what());
+        }
     }
 
     // A file stands in the plan before those that it is the first to refer to, but not before all that it refers to.

@@ -124,8 +124,9 @@ StoredResult JobRunner::convert(const JobId& id, const StoredJob& job, const std
                                 const MessageSender& parent) const {
     orderObjectsByAge();
     StoredResult stored;
+    std::set<std::string> looked;
     const auto noteLookup = [&](const fs::path& folder, const std::string& name, const fs::path& found) {
-        stored.lookups.push_back(lookupOf(folder, name, found));
+        if (looked.insert(folder.string() + "/" + name).second) stored.lookups.push_back(lookupOf(folder, name, found));
     };
     if (before) stored.own = before->own;
     // What an earlier run of this job has written may be written again.

@@ -58,7 +58,11 @@ fs::path stateFolderOf(const ConversionPlan& plan) {
 }
 
 ParallelConversion::ParallelConversion(const ConversionPlan& plan, const ScheduleSettings& settings)
-    : _plan(plan), _settings(settings), _state(stateFolderOf(plan)), _jobs(plan, _state) {}
+    : _plan(plan),
+      _settings(settings),
+      _state(stateFolderOf(plan)),
+      _lastUse(StateLock::lastUseOf(_state.path())),
+      _jobs(plan, _state) {}
 
 std::size_t ParallelConversion::filesToDo() const {
     return static_cast<std::size_t>(
@@ -92,8 +96,7 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
     const Clock::time_point start = Clock::now();
     StateLock lock(_state.path());
     if (lock.wasLeftInAHurry()) removeLeftovers();
-    // Another run may have come between.
-    _jobs = JobPlan(_plan, _state);
+    if (lock.lastUse() != _lastUse) _jobs = JobPlan(_plan, _state);
     _jobs.write(_state);
 
     std::map<std::size_t, FileResult> results;

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <ostream>
 
 namespace veltrane::sceneutils::tool {
@@ -43,6 +44,7 @@ private:
     const ConversionPlan& _plan;
     ScheduleSettings _settings;
     StateFolder _state;
+    std::optional<FileStamp> _lastUse;  ///< of the state, before it was looked at
     JobPlan _jobs;
 };
 

@@ -29,17 +29,25 @@ constexpr std::chrono::milliseconds pause{100};
 }
 
 bool lock(int file) {
+    return flock(file, LOCK_EX | LOCK_NB) == 0;
+}
+
+bool waitForLock(int file) {
     for (int i = 0; i < attempts; ++i) {
-        if (flock(file, LOCK_EX | LOCK_NB) == 0) return true;
-        if (errno != EWOULDBLOCK && errno != EINTR) return false;
         std::this_thread::sleep_for(pause);
+        if (lock(file)) return true;
+        if (errno != EWOULDBLOCK && errno != EINTR) return false;
     }
     return false;
 }
 
 }  // namespace
 
-StateLock::StateLock(const fs::path& folder) {
+std::optional<FileStamp> StateLock::lastUseOf(const fs::path& folder) {
+    return stampOf(folder / lockName);
+}
+
+StateLock::StateLock(const fs::path& folder) : _lastUse(lastUseOf(folder)) {
     std::error_code error;
     fs::create_directories(folder, error);
     if (error) fail(folder, "cannot make the folder: " + error.message());
@@ -48,9 +56,13 @@ StateLock::StateLock(const fs::path& folder) {
     _file = open((folder / lockName).c_str(), O_RDWR | O_CREAT, 0666);
     if (_file < 0) fail(folder / lockName, std::string("cannot be written: ") + std::strerror(errno));
     if (!lock(_file)) {
-        const std::string reason = errno == EWOULDBLOCK ? "another run is converting into it" : std::strerror(errno);
-        close(_file);
-        fail(folder, reason);
+        if (!waitForLock(_file)) {
+            const std::string reason =
+                errno == EWOULDBLOCK ? "another run is converting into it" : std::strerror(errno);
+            close(_file);
+            fail(folder, reason);
+        }
+        _lastUse = lastUseOf(folder);
     }
     char mark = 0;
     _wasLeftInAHurry = pread(_file, &mark, 1, 0) == 1;

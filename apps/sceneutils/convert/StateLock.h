@@ -1,6 +1,9 @@
 #pragma once
 
+#include "JobFiles.h"
+
 #include <filesystem>
+#include <optional>
 
 namespace veltrane::sceneutils::tool {
 
@@ -16,6 +19,12 @@ public:
     StateLock(const StateLock&) = delete;
     StateLock& operator=(const StateLock&) = delete;
 
+    /** Tells whether a run has had the folder since; the same for a folder that nobody has had. */
+    static std::optional<FileStamp> lastUseOf(const std::filesystem::path& folder);
+
+    /** The same, as it was before this run. */
+    std::optional<FileStamp> lastUse() const { return _lastUse; }
+
     /** Whether the run before has not come to its end: it may have left unfinished files. */
     bool wasLeftInAHurry() const { return _wasLeftInAHurry; }
 
@@ -23,6 +32,7 @@ public:
     void leaveInOrder();
 
 private:
+    std::optional<FileStamp> _lastUse;
     int _file = -1;
     bool _wasLeftInAHurry = false;
 };

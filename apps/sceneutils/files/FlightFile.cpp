@@ -232,6 +232,7 @@ public:
 private:
     // Whatever the reference is called, what it hands on is the same.
     static std::string withoutName(std::string record) {
+        if (record.size() <= nameOffset) return record;
         const std::size_t end = std::min(record.size(), nameOffset + nameSize);
         std::fill(record.begin() + nameOffset, record.begin() + static_cast<std::ptrdiff_t>(end), '\0');
         record[nameOffset] = 'x';
