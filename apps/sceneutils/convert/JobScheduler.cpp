@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -26,7 +27,8 @@ constexpr const char* buildFileName = "build.ninja";
 constexpr const char* commandVariable = "SCENEUTILS_CONVERT_JOB";
 constexpr const char* donePrefix = "sceneutils-batch-done ";
 constexpr std::size_t noBatch = std::numeric_limits<std::size_t>::max();
-constexpr std::size_t largestBatch = 8;
+constexpr std::size_t mostJobsOfBatch = 32;
+constexpr std::uintmax_t mostBytesOfBatch = 1 << 20;
 // So that no process is left with much when the others have finished.
 constexpr std::size_t batchesPerProcess = 4;
 
@@ -72,19 +74,39 @@ std::size_t batchDoneBy(const std::string& line) {
     return error == std::errc() && end == line.data() + line.size() ? batch : noBatch;
 }
 
+/** Puts the jobs of one level together as long as they stay small. */
+class Batching {
+public:
+    explicit Batching(std::size_t mostJobs) : _mostJobs(mostJobs) {}
+
+    void add(const PlannedJob& planned) {
+        const std::uintmax_t bytes = planned.job.input ? planned.job.input->size : 0;
+        const bool isFull =
+            !batches.empty() && (batches.back().size() >= _mostJobs || _bytes + bytes > mostBytesOfBatch);
+        if (batches.empty() || isFull) {
+            batches.emplace_back();
+            _bytes = 0;
+        }
+        batches.back().push_back(planned.id);
+        _bytes += bytes;
+    }
+
+    std::vector<JobScheduler::Batch> batches;
+
+private:
+    std::size_t _mostJobs;
+    std::uintmax_t _bytes = 0;
+};
+
 std::vector<JobScheduler::Batch> batchesOf(const JobPlan& plan, unsigned int processes) {
-    std::map<unsigned int, std::vector<JobId>> levels;
-    for (const PlannedJob& planned : plan.jobs()) levels[planned.level].push_back(planned.id);
+    std::map<unsigned int, std::vector<const PlannedJob*>> levels;
+    for (const PlannedJob& planned : plan.jobs()) levels[planned.level].push_back(&planned);
 
     std::vector<JobScheduler::Batch> batches;
     for (const auto& [level, jobs] : levels) {
-        const std::size_t size =
-            std::clamp<std::size_t>(jobs.size() / (processes * batchesPerProcess), 1, largestBatch);
-        for (std::size_t i = 0; i < jobs.size(); i += size) {
-            const auto begin = jobs.begin() + static_cast<std::ptrdiff_t>(i);
-            const auto end = jobs.begin() + static_cast<std::ptrdiff_t>(std::min(i + size, jobs.size()));
-            batches.emplace_back(begin, end);
-        }
+        Batching batching(std::clamp<std::size_t>(jobs.size() / (processes * batchesPerProcess), 1, mostJobsOfBatch));
+        for (const PlannedJob* planned : jobs) batching.add(*planned);
+        batches.insert(batches.end(), batching.batches.begin(), batching.batches.end());
     }
     return batches;
 }
