@@ -280,14 +280,15 @@ TEST(ConvertJobs, TakeOverATextureWithAnotherContent) {
     EXPECT_EQ(writtenAfter(folder, [&] { writeGrey(folder / "in/a.png", 150); }), Names({"a.png", "tile.ive"}));
 }
 
-TEST(ConvertJobs, TakeOverAttributesOfATexture) {
+TEST(ConvertJobs, TakeOverNewAttributesOfATexture) {
     const TemporaryDirectory folder;
     writeGrey(folder / "in/a.png", 100);
     writeFlight(folder / "in/master.flt", 20, {"tile.flt"});
     writeFlight(folder / "in/tile.flt", *makeTextured("a.png"));
-    ASSERT_TRUE(fs::exists(folder / "in/a.png.attr"));
+    fs::rename(folder / "in/a.png.attr", folder / "attributes");
 
-    EXPECT_EQ(writtenAfter(folder, [&] { fs::remove(folder / "in/a.png.attr"); }), Names({"tile.ive"}));
+    EXPECT_EQ(writtenAfter(folder, [&] { fs::rename(folder / "attributes", folder / "in/a.png.attr"); }),
+              Names({"tile.ive"}));
 }
 
 TEST(ConvertJobs, ConvertEverythingAgainByAnotherVersion) {

@@ -214,6 +214,29 @@ TEST(ConvertJobsTrouble, GoesOnAfterTheWholeRunWasKilledAtAnyMoment) {
     expectSameOutputs(outputsIn(folder / "out"), expected);
 }
 
+TEST(ConvertJobsTrouble, RemovesWhatARunThatWasKilledHasLeft) {
+    const TemporaryDirectory folder;
+    writeWithOneBad(folder, [](const fs::path& path) { writeFlight(path, 7); });
+    convertInJobs(folder.path());
+    const std::string running = ".part-" + std::to_string(getpid());
+    const Names others = {"out/.good.ive" + running, "out/.mine.ive.part-999999999", "out/.good.ive.part-x"};
+    for (const std::string& name : others) writeBytes(folder / name, "not the run's");
+    writeBytes(folder / "out/.good.ive.part-999999999", "half");
+    writeBytes(folder / "out/.sceneutils/m.ive/.x.job.part-999999999", "half");
+    writeBytes(folder / "out/.sceneutils/m.ive/lock", "!");
+    ToolSettings settings;
+    settings.workingDirectory = folder.path();
+
+    runTool({"convert", "in/master.flt", "out/m.ive", "--recurse", "--jobs", "1"}, settings);
+
+    Names left;
+    for (const std::string& name : namesIn(folder.path())) {
+        if (name.find(".part-") != std::string::npos) left.insert(name);
+    }
+    EXPECT_EQ(left, others);
+    EXPECT_EQ(readBytes(folder / "out/.sceneutils/m.ive/lock"), "");
+}
+
 TEST(ConvertJobsTrouble, EndsItsJobsWhenItIsKilledItself) {
     const TemporaryDirectory folder;
     writeSample(folder / "in", 10);
