@@ -1,4 +1,7 @@
+#include "ChildMeasurement.h"
+#include "FrameTimes.h"
 #include "Table.h"
+#include "ThreadTime.h"
 
 #include <sceneutils/FlattenUselessLODs.h>
 #include <sceneutils/MyCopySharedSubgraphsVisitor.h>
@@ -21,13 +24,12 @@
 #include <functional>
 #include <iostream>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
-#include <time.h>
-
 using namespace veltrane::sceneutils;
-using benchmarks::Table;
+using namespace veltrane::sceneutils::benchmarks;
 
 namespace {
 
@@ -167,7 +169,8 @@ Group makeTown(int drawables) {
     return Builder().makeTown(drawables);
 }
 
-std::vector<Way> makeWays() {
+/** What is done to a whole town. */
+std::vector<Way> makeWholeWays() {
     return {
         {"optimizer ALL", makeTown, [](auto& graph) { optimizeByOsg(graph, osgUtil::Optimizer::ALL_OPTIMIZATIONS); }},
         {"optimizer DEFAULT", makeTown,
@@ -175,6 +178,12 @@ std::vector<Way> makeWays() {
         {"batches, radius 0", makeTown, [](auto& graph) { optimizeBatches(graph, 0.0); }},
         {"batches, small radius", makeTown, [](auto& graph) { optimizeBatches(graph, smallRadius); }},
         {"batches, large radius", makeTown, [](auto& graph) { optimizeBatches(graph, largeRadius); }},
+    };
+}
+
+std::vector<Way> makeWays() {
+    std::vector<Way> ways = makeWholeWays();
+    const std::vector<Way> steps = {
         {"step: useless LODs", makeUselessLODs, [](auto& graph) { FlattenUselessLODs::process(&graph, 0, 20000); }},
         {"step: names", makeTown, [](auto& graph) { RemoveNamesAndDescriptions::process(&graph); }},
         {"step: 100 places a model", makeSharedModels, copyShared},
@@ -184,6 +193,8 @@ std::vector<Way> makeWays() {
         {"limited transforms", makeTransforms,
          [](auto& graph) { MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor::process(&graph, largeRadius); }},
     };
+    ways.insert(ways.end(), steps.begin(), steps.end());
+    return ways;
 }
 
 class DrawableCounter : public osg::NodeVisitor {
@@ -193,11 +204,9 @@ public:
     int count = 0;
 };
 
-/** Milliseconds of this thread's processor time. */
-double now() {
-    timespec time = {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
+double medianOf(std::vector<double> numbers) {
+    std::sort(numbers.begin(), numbers.end());
+    return numbers[numbers.size() / 2];
 }
 
 struct Measurement {
@@ -211,23 +220,51 @@ Measurement measure(const Way& way, int drawables, int repeats) {
     DrawableCounter counter;
     for (int i = 0; i < repeats; ++i) {
         const Group graph = way.make(drawables);
-        const double start = now();
+        const double start = threadMilliseconds();
         way.run(*graph);
-        times.push_back(now() - start);
+        times.push_back(threadMilliseconds() - start);
         if (i == 0) graph->accept(counter);
     }
-    std::sort(times.begin(), times.end());
-    return {times[times.size() / 2], counter.count};
+    return {medianOf(times), counter.count};
+}
+
+/** In MiB. */
+struct Memory {
+    double graph;  ///< what the graph takes before
+    double peak;   ///< by how much the process grows at most
+    double kept;   ///< by how much the graph grows
+};
+
+/** Medians over fresh processes. */
+Memory measureMemory(const Way& way, int drawables, int repeats) {
+    std::vector<double> graphs, peaks, kepts;
+    for (int i = 0; i < repeats; ++i) {
+        const std::vector<double> numbers = measureInChild([&way, drawables] {
+            const MemoryWatch building;
+            const Group graph = way.make(drawables);
+            const double built = building.kept();
+            const MemoryWatch running;
+            way.run(*graph);
+            return std::vector<double>{built, running.peak(), running.kept()};
+        });
+        graphs.push_back(numbers.at(0));
+        peaks.push_back(numbers.at(1));
+        kepts.push_back(numbers.at(2));
+    }
+    return {medianOf(graphs), medianOf(peaks), medianOf(kepts)};
 }
 
 struct Arguments {
     std::vector<int> drawables = {1000, 10000, 100000};
     int repeats = 5;
+    int frames = 20;
+    std::set<std::string> tables = {"passes", "frames"};
     std::string csv;
+    std::string framesCsv;
 };
 
 Table measureAll(const Arguments& arguments) {
-    Table table({"drawables", "way", "left", "ms", "of ALL", "growth"});
+    Table table({"drawables", "way", "left", "ms", "of ALL", "growth", "graph_MiB", "peak_MiB", "kept_MiB"});
     const std::vector<Way> ways = makeWays();
     std::map<std::string, double> smaller;
     for (const int drawables : arguments.drawables) {
@@ -244,9 +281,63 @@ Table measureAll(const Arguments& arguments) {
                 table.cell(measured.milliseconds / before->second, 1);
             }
             smaller[way.name] = measured.milliseconds;
+            const Memory memory = measureMemory(way, drawables, arguments.repeats);
+            table.cell(memory.graph, 1).cell(memory.peak, 1).cell(memory.kept, 1);
         }
     }
     return table;
+}
+
+/** Cull, draw, cull, draw: of the whole and of the street. Medians over fresh processes. */
+std::vector<double> measureViews(const Way& way, int drawables, const Arguments& arguments) {
+    std::vector<std::vector<double>> columns(4);
+    for (int i = 0; i < arguments.repeats; ++i) {
+        for (const FrameView view : {FrameView::Whole, FrameView::Street}) {
+            const std::vector<double> numbers = measureInChild([&way, drawables, view, &arguments] {
+                const Group graph = way.make(drawables);
+                way.run(*graph);
+                const FrameTimes times = measureFrames(*graph, view, arguments.frames);
+                return std::vector<double>{times.cull, times.draw};
+            });
+            const std::size_t first = view == FrameView::Whole ? 0 : 2;
+            columns[first].push_back(numbers.at(0));
+            columns[first + 1].push_back(numbers.at(1));
+        }
+    }
+    std::vector<double> medians;
+    for (const std::vector<double>& column : columns) medians.push_back(medianOf(column));
+    return medians;
+}
+
+Table measureAllFrames(const Arguments& arguments) {
+    Table table(
+        {"drawables", "way", "whole: cull_ms", "draw_ms", "of before", "street: cull_ms", "draw_ms", "of before"});
+    std::vector<Way> ways = {{"before", makeTown, [](auto&) {}}};
+    for (const Way& way : makeWholeWays()) ways.push_back(way);
+    for (const int drawables : arguments.drawables) {
+        std::vector<double> before;
+        for (const Way& way : ways) {
+            const std::vector<double> times = measureViews(way, drawables, arguments);
+            if (before.empty()) before = times;
+            table.row().cell(drawables, 0).cell(way.name);
+            for (const std::size_t view : {0u, 2u}) {
+                table.cell(times[view], 3).cell(times[view + 1], 3);
+                table.cell((times[view] + times[view + 1]) / (before[view] + before[view + 1]), 2);
+            }
+        }
+    }
+    return table;
+}
+
+/** False if it cannot be written. */
+bool show(const Table& table, const std::string& csvPath) {
+    table.print(std::cout);
+    if (csvPath.empty()) return true;
+    std::ofstream csv(csvPath);
+    table.writeCsv(csv);
+    if (csv.flush()) return true;
+    std::cerr << csvPath << ": cannot be written\n";
+    return false;
 }
 
 }  // namespace
@@ -258,15 +349,16 @@ int main(int argc, char** argv) {
     app.add_option("--drawables", arguments.drawables, "Numbers of drawables, ascending")->capture_default_str();
     app.add_option("--repeats", arguments.repeats, "Rounds, of which the medians are shown")->capture_default_str();
     app.add_option("--csv", arguments.csv, "Also write the table to this file");
+    app.add_option("--frames", arguments.frames, "Frames in a round, of which the median is taken")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    app.add_option("--tables", arguments.tables, "What is measured: passes, frames or both, which is the default")
+        ->check(CLI::IsMember({"passes", "frames"}));
+    app.add_option("--frames-csv", arguments.framesCsv, "Also write the table of frames to this file");
     CLI11_PARSE(app, argc, argv);
     osg::setNotifyLevel(osg::WARN);  // the optimizer writes a line for each drawable
 
-    const Table table = measureAll(arguments);
-    table.print(std::cout);
-    if (arguments.csv.empty()) return 0;
-    std::ofstream csv(arguments.csv);
-    table.writeCsv(csv);
-    if (csv.flush()) return 0;
-    std::cerr << arguments.csv << ": cannot be written\n";
-    return 1;
+    if (arguments.tables.count("passes") && !show(measureAll(arguments), arguments.csv)) return 1;
+    if (arguments.tables.count("frames") && !show(measureAllFrames(arguments), arguments.framesCsv)) return 1;
+    return 0;
 }

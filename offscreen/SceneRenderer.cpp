@@ -39,13 +39,13 @@ public:
     }
 };
 
+}  // namespace
+
 osg::BoundingBox extentOf(osg::Node* scene) {
     ExtentVisitor visitor;
     if (scene) scene->accept(visitor);
     return visitor.getBoundingBox();
 }
-
-}  // namespace
 
 SceneRenderer::SceneRenderer(int width, int height)
     : _context(new OffscreenContext(width, height)), _pager(new TilePager) {

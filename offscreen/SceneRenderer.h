@@ -2,6 +2,7 @@
 
 #include "OffscreenContext.h"
 
+#include <osg/BoundingBox>
 #include <osg/Image>
 #include <osg/Node>
 #include <osg/Vec3d>
@@ -15,6 +16,10 @@
 namespace veltrane::sceneutils::offscreen {
 
 class TilePager;
+
+/** The box around all drawables of a scene that no node mask hides, and around the spheres of tiles that are not
+ * loaded. Invalid if there is nothing. */
+osg::BoundingBox extentOf(osg::Node* scene);
 
 /**
  * Draws graphs as a viewer shows them, with a headlight and OpenSceneGraph's settings, into pictures.

@@ -194,14 +194,16 @@ TEST(FlattenUselessLODs, KeepsAnLODWithTwoRangesAndOneChild) {
     EXPECT_EQ(root->getChild(0), lod);
 }
 
-TEST(FlattenUselessLODs, KeepsAnLODWithoutRanges) {
-    const auto lod = makeLOD(new osg::Group, 0.0f, 20000.0f);
+TEST(FlattenUselessLODs, KeepsAnLODWithoutRangesAndWhatHangsBelow) {
+    const auto below = makeLOD(new osg::Group, 0.0f, 20000.0f);
+    const auto lod = makeLOD(below, 0.0f, 20000.0f);
     lod->setRangeList({});
     const auto root = makeGroup({lod});
 
     flatten(root);
 
     EXPECT_EQ(root->getChild(0), lod);
+    EXPECT_EQ(lod->getChild(0), below);
 }
 
 TEST(FlattenUselessLODs, VisitsEachChildWithItsOwnRange) {

@@ -122,6 +122,19 @@ TEST(MyCopySharedSubgraphsVisitor, CopiesDownToArraysAndPrimitiveSetsButNotState
     EXPECT_EQ(copy->getStateSet(), state);
 }
 
+TEST(MyCopySharedSubgraphsVisitor, SharesUserDataAndCallbacksWithTheCopies) {
+    const osg::ref_ptr<osg::Group> node = new osg::Group;
+    const osg::ref_ptr<osg::NodeCallback> callback = new osg::NodeCallback;
+    node->setUpdateCallback(callback);
+    node->setUserData(new osg::Group);
+    const SharedBelow graph(node, 2);
+
+    copyShared(*graph.root);
+
+    EXPECT_EQ(graph.at(1)->getUpdateCallback(), callback);
+    EXPECT_EQ(graph.at(1)->getUserDataContainer(), node->getUserDataContainer());
+}
+
 TEST(MyCopySharedSubgraphsVisitor, KeepsTheKindOfANode) {
     const osg::ref_ptr<osg::MatrixTransform> transform = new osg::MatrixTransform(osg::Matrixd::translate(1, 2, 3));
     const SharedBelow graph(transform, 2);

@@ -150,6 +150,16 @@ TEST(FlattenTransforms, KeepsTheRootOfTheVisit) {
     EXPECT_EQ(above->getChild(0), transform);
 }
 
+TEST(FlattenTransforms, VisitsWhatHangsBelowTheRootOfTheVisit) {
+    const auto transform = makeShift(shift, makeShift(shift, makePairGeode(osg::Vec3())));
+
+    Flatten::process(transform, noLimit);
+
+    const osg::Node* inner = transform->getChild(0);
+    ASSERT_EQ(inner->asTransform(), nullptr);
+    EXPECT_EQ(pointsOf(inner->asGroup()->getChild(0)->asGeode()), pairAt(shift));
+}
+
 TEST(FlattenTransforms, VisitsWhatHangsBelowAFarTransformAndFlattensItRelativeToThat) {
     const auto far = makeShift(osg::Vec3d(1000, 0, 0), makeShift(shift, makePairGeode(osg::Vec3())));
     const auto root = makeGroup({far});
@@ -186,6 +196,20 @@ TEST(FlattenTransforms, AccumulatesNestedTransforms) {
     EXPECT_EQ(pointsOf(beside), pairAt(osg::Vec3()));
 }
 
+TEST(FlattenTransforms, MovesEachNodeByTheTransformsAboveItOnly) {
+    const auto middle = makeShift(shift * 2, makeShift(shift * 4, makePairGeode(osg::Vec3())));
+    const auto outer = makeShift(shift, middle);
+    outer->addChild(makePairGeode(osg::Vec3()));
+    const auto root = makeGroup({outer});
+
+    Flatten::process(root, noLimit);
+
+    const auto below = [](const osg::Node* node, unsigned int index) { return node->asGroup()->getChild(index); };
+    const osg::Node* flattened = root->getChild(0);
+    EXPECT_EQ(pointsOf(below(flattened, 1)->asGeode()), pairAt(shift));
+    EXPECT_EQ(pointsOf(below(below(below(flattened, 0), 0), 0)->asGeode()), pairAt(shift * 7));
+}
+
 TEST(FlattenTransforms, PutsAPlainGroupWithEverythingOfTheTransformIntoItsPlace) {
     const auto transform = makeShift(shift, makePairGeode(osg::Vec3()));
     const osg::ref_ptr<EventCallback> callback = new EventCallback;
@@ -193,6 +217,7 @@ TEST(FlattenTransforms, PutsAPlainGroupWithEverythingOfTheTransformIntoItsPlace)
     transform->setNodeMask(0xf0);
     transform->getOrCreateStateSet();
     transform->setEventCallback(callback);
+    transform->setUpdateCallback(callback);
     const auto root = makeGroup({new osg::Group, transform, new osg::Group});
 
     Flatten::process(root, noLimit);
@@ -203,6 +228,7 @@ TEST(FlattenTransforms, PutsAPlainGroupWithEverythingOfTheTransformIntoItsPlace)
     EXPECT_EQ(group->getNodeMask(), 0xf0u);
     EXPECT_EQ(group->getStateSet(), transform->getStateSet());
     EXPECT_EQ(group->getEventCallback(), callback);
+    EXPECT_EQ(group->getUpdateCallback(), callback);
     EXPECT_EQ(root->getNumChildren(), 3u);
 }
 
@@ -303,6 +329,37 @@ TEST(FlattenTransforms, KeepsAGroupWithOneParentAndTheRoot) {
 
     EXPECT_EQ(above->getChild(0), root);
     EXPECT_EQ(root->getChild(0), group);
+    EXPECT_EQ(pointsOf(group->getChild(0)->asGeode()), pairAt(shift));
+}
+
+TEST(FlattenTransforms, FlattensTransformsBelowTheCopyOfASharedGroupOrLOD) {
+    for (const osg::ref_ptr<osg::Group>& shared : {makeGroup(), osg::ref_ptr<osg::Group>(new osg::LOD)}) {
+        const auto transform = makeShift(shift, makePairGeode(osg::Vec3()));
+        shared->addChild(transform);
+        const auto root = makeGroup({shared}), other = makeGroup({shared});
+
+        visitBelowAShift(*root);
+
+        const osg::Node* inner = root->getChild(0)->asGroup()->getChild(0);
+        ASSERT_EQ(inner->asTransform(), nullptr);
+        EXPECT_EQ(pointsOf(inner->asGroup()->getChild(0)->asGeode()), pairAt(shift * 2));
+        EXPECT_EQ(shared->getChild(0), transform);
+    }
+}
+
+TEST(FlattenTransforms, GivesCopiesOfLODsAndDrawablesTheirEventCallbacks) {
+    for (const osg::ref_ptr<osg::Node>& shared :
+         {osg::ref_ptr<osg::Node>(makeLOD(makePairGeode(osg::Vec3()), osg::Vec3())),
+          osg::ref_ptr<osg::Node>(makePair(osg::Vec3()))}) {
+        const osg::ref_ptr<EventCallback> callback = new EventCallback;
+        shared->setEventCallback(callback);
+        const auto root = makeGroup({shared}), other = makeGroup({shared});
+
+        visitBelowAShift(*root);
+
+        ASSERT_NE(root->getChild(0), shared);
+        EXPECT_EQ(root->getChild(0)->getEventCallback(), callback);
+    }
 }
 
 TEST(FlattenTransforms, MovesTheCentreOfAnLODAndMakesItUserDefined) {
@@ -360,6 +417,19 @@ TEST(FlattenTransforms, CopiesASharedLODAsAPlainOne) {
     EXPECT_EQ(lod->getCenter(), osg::Vec3(1, 2, 3));
 }
 
+TEST(FlattenTransforms, MovesTheCentreOfASharedLODThatItsBoundGaveOnce) {
+    const osg::ref_ptr<osg::LOD> lod = new osg::LOD;
+    lod->addChild(makePairGeode(osg::Vec3(1, 2, 3)), 0.0f, 100.0f);
+    const auto root = makeGroup({lod}), other = makeGroup({lod});
+
+    visitBelowAShift(*root);
+
+    const auto& copy = dynamic_cast<osg::LOD&>(*root->getChild(0));
+    EXPECT_EQ(copy.getCenterMode(), osg::LOD::USER_DEFINED_CENTER);
+    EXPECT_EQ(copy.getCenter(), osg::Vec3(11, 2, 3));
+    EXPECT_EQ(lod->getCenterMode(), osg::LOD::USE_BOUNDING_SPHERE_CENTER);
+}
+
 TEST(FlattenTransforms, MovesADrawableDirectlyBelowATransform) {
     const osg::ref_ptr<osg::Geometry> drawable = makePair(osg::Vec3());
     const auto root = makeGroup({makeShift(shift, drawable), drawable});
@@ -384,6 +454,7 @@ TEST(FlattenTransforms, CopiesASharedDrawableDirectlyBelowAGroup) {
 TEST(FlattenTransforms, MovesGeodesThatHoldMoreThanDrawables) {
     const osg::ref_ptr<osg::Geode> geode = makePairGeode(osg::Vec3());
     geode->addChild(makePairGeode(osg::Vec3(5, 0, 0)));
+    geode->addChild(new osg::Node);
     const auto root = makeGroup({makeShift(shift, geode)});
 
     Flatten::process(root, noLimit);
@@ -402,6 +473,18 @@ TEST(FlattenTransforms, MovesBillboardsThatHaveAllTheirPositions) {
 
     EXPECT_EQ(whole->getPosition(0), osg::Vec3(11, 0, 0));
     EXPECT_EQ(pointsOf(lacking->getDrawable(0)), pairAt(osg::Vec3()));
+}
+
+TEST(FlattenTransforms, LeavesABillboardInPlaceThatHoldsMoreThanDrawables) {
+    const osg::ref_ptr<osg::Billboard> billboard = new osg::Billboard;
+    billboard->addDrawable(makePair(osg::Vec3()), osg::Vec3(1, 0, 0));
+    billboard->addChild(makePairGeode(osg::Vec3()));
+    billboard->getPositionList().push_back(osg::Vec3(2, 0, 0));
+
+    visitBelowAShift(*makeGroup({billboard}));
+
+    EXPECT_EQ(billboard->getPosition(0), osg::Vec3(1, 0, 0));
+    EXPECT_EQ(pointsOf(billboard->getDrawable(0)), pairAt(osg::Vec3()));
 }
 
 TEST(FlattenTransforms, MarksMovedArraysAsChanged) {

@@ -15,7 +15,10 @@
 #include <osg/Switch>
 #include <osgSim/MultiSwitch>
 
+#include <algorithm>
+#include <cmath>
 #include <limits>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -175,13 +178,43 @@ TEST(OptimizeBatches, SaysNothingBelowTheSeverityInfo) {
 
 TEST(OptimizeBatches, FlattensLODsThatNeverSwitchFromZeroToTwentyThousand) {
     for (const auto& [minRange, maxRange, isFlattened] :
-         {std::tuple(0.0f, 20000.0f, true), std::tuple(0.0f, 19999.0f, false), std::tuple(0.5f, 20000.0f, false)}) {
+         {std::tuple(0.0f, 20000.0f, true), std::tuple(0.0f, std::nextafter(20000.0f, 0.0f), false),
+          std::tuple(std::nextafter(0.0f, 1.0f), 20000.0f, false)}) {
         const osg::ref_ptr<osg::LOD> lod = new osg::LOD;
         lod->addChild(makePairGeode(osg::Vec3()), minRange, maxRange);
         const osg::ref_ptr<osg::Group> root = makeGroup({lod});
         optimize(root);
         EXPECT_EQ(root->getChild(0) != lod, isFlattened) << minRange << " " << maxRange;
     }
+}
+
+TEST(OptimizeBatches, FlattensLODsBeforeItStripsNames) {
+    const osg::ref_ptr<osg::LOD> lod = new osg::LOD;
+    lod->setName("name");
+    lod->addChild(makePairGeode(osg::Vec3()), 0.0f, 20000.0f);
+    const osg::ref_ptr<osg::Group> root = makeGroup({lod});
+
+    optimize(root);
+
+    EXPECT_EQ(lod->getNumParents(), 0u);
+    EXPECT_EQ(lod->getName(), "name");
+}
+
+TEST(OptimizeBatches, StripsNamesBeforeItCopiesWhatIsShared) {
+    static std::string nameAtTheCopy;
+    struct Model : osg::Geode {
+        osg::Object* clone(const osg::CopyOp& copyop) const override {
+            nameAtTheCopy = getName();
+            return osg::Geode::clone(copyop);
+        }
+    };
+    nameAtTheCopy = "not copied";
+    const osg::ref_ptr<osg::Geode> model = new Model;
+    model->setName("name");
+
+    optimize(makeGroup({makeGroup({model}), makeGroup({model})}));
+
+    EXPECT_EQ(nameAtTheCopy, "");
 }
 
 TEST(OptimizeBatches, StripsNamesBeforeItRemovesRedundantGroups) {
@@ -247,6 +280,47 @@ TEST(OptimizeBatches, FlattensStaticTransformsAtAnyDistance) {
     }
 }
 
+// Many, as whether a drawable's address is before or behind its LOD's once decided about the centre.
+TEST(OptimizeBatches, MovesTheCentreOfAnLODOnceWithItsModel) {
+    const osg::ref_ptr<osg::Group> root = makeGroup();
+    std::vector<osg::ref_ptr<osg::LOD>> trees;
+    for (int i = 0; i < 50; ++i) {
+        const osg::ref_ptr<osg::Geode> modelMadeFirst = makePairGeode(osg::Vec3(1, 0, 0));
+        trees.push_back(new osg::LOD);
+        trees.back()->addChild(i % 2 == 0 ? modelMadeFirst : makePairGeode(osg::Vec3(1, 0, 0)), 0.0f, 100.0f);
+        root->addChild(makeStaticShift(40.0, trees.back()));
+    }
+    optimize(root);
+    for (const osg::ref_ptr<osg::LOD>& tree : trees) {
+        ASSERT_EQ(tree->getNumParents(), 1u);
+        EXPECT_EQ(tree->getCenter(), osg::Vec3(41, 0, 0));
+        EXPECT_EQ(tree->getCenterMode(), osg::LOD::USER_DEFINED_CENTER);
+        EXPECT_EQ(tree->getBound().center(), osg::Vec3(41, 0, 0));
+    }
+}
+
+TEST(OptimizeBatches, LetsAnLODThatStaysFollowItsBound) {
+    const osg::ref_ptr<osg::LOD> tree = new osg::LOD;
+    tree->setCenter(osg::Vec3(9, 9, 9));
+    tree->setRadius(2.0f);
+    tree->setCenterMode(osg::LOD::USE_BOUNDING_SPHERE_CENTER);
+    tree->addChild(makePairGeode(osg::Vec3(1, 0, 0)), 0.0f, 100.0f);
+    optimize(makeGroup({tree, makePairGeode(osg::Vec3())}));
+    EXPECT_EQ(tree->getCenterMode(), osg::LOD::USE_BOUNDING_SPHERE_CENTER);
+    EXPECT_EQ(tree->getCenter(), osg::Vec3(1, 0, 0));
+    tree->setCenterMode(osg::LOD::USER_DEFINED_CENTER);
+    EXPECT_EQ(tree->getCenter(), osg::Vec3(9, 9, 9));
+}
+
+TEST(OptimizeBatches, MovesTheCentreThatAnLODWasGiven) {
+    const osg::ref_ptr<osg::LOD> tree = new osg::LOD;
+    tree->setCenter(osg::Vec3(9, 9, 9));
+    tree->addChild(makePairGeode(osg::Vec3(1, 0, 0)), 0.0f, 100.0f);
+    optimize(makeGroup({makeStaticShift(40.0, tree), makePairGeode(osg::Vec3())}));
+    EXPECT_EQ(tree->getCenterMode(), osg::LOD::USER_DEFINED_CENTER);
+    EXPECT_EQ(tree->getCenter(), osg::Vec3(49, 9, 9));
+}
+
 TEST(OptimizeBatches, DissolvesSmallGroupsOnlyIfTheRadiusIsPositive) {
     for (const double radius : {0.0, -5.0, notANumber}) {
         const osg::ref_ptr<osg::Group> small = makeGroup({makeOwnStatePair(1), makeOwnStatePair(2)});
@@ -261,7 +335,27 @@ TEST(OptimizeBatches, DissolvesSmallGroupsOnlyIfTheRadiusIsPositive) {
     EXPECT_EQ(root->getNumChildren(), 3u);
 }
 
-TEST(OptimizeBatches, MergesTheLODsOfDissolvedGroupsAfterRedundantGroupsAreGone) {
+TEST(OptimizeBatches, KeepsGroupsWithoutABoundUnlessTheRadiusIsPositive) {
+    for (const auto& [radius, places] : {std::pair(0.0, 1u), std::pair(-0.5, 1u), std::pair(1e-9, 0u)}) {
+        const osg::ref_ptr<osg::Group> boundless = makeGroup({new osg::Node, new osg::Node});
+        const osg::ref_ptr<osg::Group> root = makeGroup({boundless, new osg::Node});
+        optimize(root, radius);
+        EXPECT_EQ(boundless->getNumParents(), places) << radius;
+    }
+}
+
+TEST(OptimizeBatches, RemovesRedundantGroupsBeforeItDissolvesSmallOnes) {
+    const osg::ref_ptr<osg::Switch> alone = new osg::Switch, other = new osg::Switch;
+    for (const auto& each : {alone, other}) each->addChild(makePairGeode(osg::Vec3()));
+    const osg::ref_ptr<osg::Group> root = makeGroup({makeGroup({alone}), other});
+
+    optimize(root, 10.0);
+
+    ASSERT_EQ(root->getNumChildren(), 2u);
+    EXPECT_EQ(root->getChild(0), alone);  // dissolving its group would have put it last
+}
+
+TEST(OptimizeBatches, MergesTheLODsOfDissolvedGroups) {
     const auto makeArea = [](float x) {
         const osg::ref_ptr<osg::LOD> lod = new osg::LOD;
         lod->addChild(makePairGeode(osg::Vec3(x, 0, 0)), 0.0f, 100.0f);
@@ -310,6 +404,37 @@ TEST(OptimizeBatches, MergesDrawablesThatHadUserData) {
     EXPECT_EQ(geode->getNumDrawables(), 1u);
 }
 
+TEST(OptimizeBatches, MergesOnlyDrawablesOfTheSameMask) {
+    const osg::ref_ptr<osg::StateSet> state = new osg::StateSet;
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    for (const osg::Node::NodeMask mask : {1u, 0u, 1u, 4u, 0u}) {
+        const osg::ref_ptr<osg::Geometry> pair = makePair(osg::Vec3(static_cast<float>(mask), 0, 0));
+        pair->setNodeMask(mask);
+        pair->setStateSet(state);
+        geode->addDrawable(pair);
+    }
+
+    optimize(geode);
+
+    std::map<osg::Node::NodeMask, std::size_t> pointsByMask;
+    for (unsigned int i = 0; i < geode->getNumDrawables(); ++i) {
+        pointsByMask[geode->getDrawable(i)->getNodeMask()] += pointsOf(geode->getDrawable(i)->asGeometry()).size();
+        EXPECT_EQ(geode->getDrawable(i)->getStateSet(), state);
+    }
+    EXPECT_EQ(geode->getNumDrawables(), 3u);
+    EXPECT_EQ(pointsByMask, (std::map<osg::Node::NodeMask, std::size_t>{{0, 4}, {1, 4}, {4, 2}}));
+}
+
+TEST(OptimizeBatches, MergesDrawablesOfTheSameMaskWhateverItIs) {
+    const osg::ref_ptr<osg::Group> group = makeGroup({makePair(osg::Vec3()), makePair(osg::Vec3(5, 0, 0))});
+    for (unsigned int i = 0; i < 2; ++i) group->getChild(i)->setNodeMask(4);
+
+    optimize(group);
+
+    ASSERT_EQ(group->getNumChildren(), 1u);
+    EXPECT_EQ(group->getChild(0)->getNodeMask(), 4u);
+}
+
 TYPED_TEST(ParentOfChosenChildren, KeepsItsDrawablesApart) {
     const osg::ref_ptr<TypeParam> parent = new TypeParam;
     const std::vector<osg::ref_ptr<osg::Node>> children = {makePair(osg::Vec3()), makePair(osg::Vec3(5, 0, 0))};
@@ -353,6 +478,42 @@ TEST(OptimizeBatches, KeepsWhatAGeodeHoldsBesideDrawables) {
 
     EXPECT_EQ(Content(*root).points.size(), 8u);
     EXPECT_EQ(mixed->getStateSet(), state);
+}
+
+TEST(OptimizeBatches, KeepsWhatSeveralGeodesHoldBesideDrawables) {
+    const osg::ref_ptr<osg::Group> root = makeGroup();
+    for (float x : {0.0f, 50.0f}) {
+        const osg::ref_ptr<osg::Geode> mixed = makePairGeode(osg::Vec3(x, 0, 0));
+        mixed->addChild(makeOwnStatePair(x + 5));
+        root->addChild(mixed);
+    }
+    optimize(root);
+
+    EXPECT_EQ(Content(*root).points.size(), 8u);
+}
+
+TEST(OptimizeBatches, LeavesAStaticTransformAboveTheNodeThatHangsInNoGraph) {
+    const osg::ref_ptr<osg::Geode> geode = makePairGeode(osg::Vec3(1, 0, 0));
+    const osg::ref_ptr<osg::Group> node = makeGroup({geode, makeStaticShift(7.0, makeOwnStatePair(2.0f))});
+    const osg::ref_ptr<osg::MatrixTransform> above = makeStaticShift(100.0, makeGroup({node}));
+    optimize(node);
+    EXPECT_EQ(above->getMatrix(), osg::Matrixd::translate(100, 0, 0));
+    EXPECT_EQ(above->getDataVariance(), osg::Object::STATIC);
+    EXPECT_FLOAT_EQ(geode->getBoundingBox().center().x(), 1.0f);
+    EXPECT_FLOAT_EQ(node->getBound().center().x(), above->getBound().center().x() - 100.0f);
+}
+
+TEST(OptimizeBatches, LeavesABillboardInPlaceThatHoldsMoreThanDrawables) {
+    const osg::ref_ptr<osg::Billboard> billboard = new osg::Billboard;
+    billboard->addDrawable(makePair(osg::Vec3()), osg::Vec3(1, 0, 0));
+    billboard->addChild(makePairGeode(osg::Vec3()));
+    billboard->getPositionList().push_back(osg::Vec3(2, 0, 0));
+    const osg::ref_ptr<osg::Group> root = makeGroup({makeStaticShift(10.0, billboard)});
+
+    optimize(root);
+
+    EXPECT_NE(root->getChild(0)->asTransform(), nullptr);
+    EXPECT_EQ(billboard->getPosition(0), osg::Vec3(1, 0, 0));
 }
 
 TEST(OptimizeBatches, LeavesABillboardInPlaceThatLacksPositions) {
@@ -477,4 +638,84 @@ TEST(OptimizeBatches, CopiesEverySetting) {
         each->process(node);
         EXPECT_EQ(node->getName(), "kept");
     }
+}
+
+namespace {
+
+/** Notes the steps that it is told of. */
+struct StepNotes : OptimizeBatches::StepListener {
+    void beginStep(OptimizeBatches::Step step, osg::Node& root) override {
+        begun.push_back(step);
+        roots.insert(&root);
+    }
+    void endStep(OptimizeBatches::Step step, osg::Node& root) override {
+        ended.push_back(step);
+        EXPECT_EQ(begun, ended);
+        roots.insert(&root);
+    }
+
+    std::vector<OptimizeBatches::Step> begun;
+    std::vector<OptimizeBatches::Step> ended;
+    std::set<osg::Node*> roots;
+};
+
+}  // namespace
+
+TEST(OptimizeBatches, TellsAListenerEachStepInItsOrder) {
+    using Step = OptimizeBatches::Step;
+    const std::vector<Step> all = {Step::FlattenUselessLODs,   Step::RemoveNames,
+                                   Step::CopySharedSubgraphs,  Step::FlattenStaticTransforms,
+                                   Step::RemoveRedundantNodes, Step::UnspatializeSmallAreas,
+                                   Step::MergeGeodes,          Step::MergeGeometry};
+    const osg::ref_ptr<osg::Group> town = makeTown(true);
+    StepNotes notes;
+    OptimizeBatches optimizer;
+    optimizer.setUnspatializeRadius(1.0);
+    optimizer.setStepListener(&notes);
+
+    optimizer.process(town);
+
+    EXPECT_EQ(notes.begun, all);
+    EXPECT_EQ(notes.ended, all);
+    EXPECT_EQ(notes.roots, std::set<osg::Node*>({town.get()}));
+}
+
+TEST(OptimizeBatches, DoesNotTellOfStepsThatDoNotRun) {
+    StepNotes notes;
+    OptimizeBatches optimizer;
+    optimizer.setStepListener(&notes);
+
+    optimizer.process(nullptr);
+    EXPECT_TRUE(notes.begun.empty());
+    optimizer.process(makeTown(false));
+    EXPECT_EQ(std::count(notes.begun.begin(), notes.begun.end(), OptimizeBatches::Step::UnspatializeSmallAreas), 0);
+    EXPECT_EQ(notes.begun.size(), 7u);
+}
+
+TEST(OptimizeBatches, HasNoListenerUnlessOneIsSetAndCopiesTellTheSame) {
+    StepNotes notes;
+    OptimizeBatches optimizer;
+    EXPECT_EQ(optimizer.getStepListener(), nullptr);
+    optimizer.setStepListener(&notes);
+    const OptimizeBatches copy(optimizer);
+    OptimizeBatches assigned;
+    assigned = optimizer;
+
+    EXPECT_EQ(copy.getStepListener(), &notes);
+    EXPECT_EQ(assigned.getStepListener(), &notes);
+}
+
+TEST(OptimizeBatches, DoesTheSameWithAListener) {
+    const osg::ref_ptr<osg::Group> alone = makeRandomStaticGraph(7, 20);
+    const osg::ref_ptr<osg::Group> watched = makeRandomStaticGraph(7, 20);
+    StepNotes notes;
+    OptimizeBatches optimizer;
+    optimizer.setUnspatializeRadius(50.0);
+    optimizer.process(alone);
+    optimizer.setStepListener(&notes);
+    optimizer.process(watched);
+
+    EXPECT_EQ(Content(*alone).points, Content(*watched).points);
+    EXPECT_EQ(Content(*alone).nodes, Content(*watched).nodes);
+    EXPECT_EQ(Content(*alone).drawables, Content(*watched).drawables);
 }

@@ -193,11 +193,13 @@ TEST(UnspatializeSmallAreas, AppendsTheChildrenInTheirOrder) {
 }
 
 TEST(UnspatializeSmallAreas, DissolvesInnerGroupsFirst) {
-    const auto root = make({make({make({makeLeaf("a"), makeLeaf("b")}), makeLeaf("c")}), makeLeaf("d")});
+    const auto inner = make({makeLeaf("a"), makeLeaf("b")});
+    const auto root = make({make({inner, makeLeaf("c")}), makeLeaf("d")});
 
     unspatialize(*root);
 
     EXPECT_EQ(describe(*root), "(d, c, a, b)");
+    EXPECT_EQ(inner->getNumChildren(), 0u);
 }
 
 TEST(UnspatializeSmallAreas, DissolvesARootIntoTheGroupAboveIt) {
@@ -208,6 +210,18 @@ TEST(UnspatializeSmallAreas, DissolvesARootIntoTheGroupAboveIt) {
 
     EXPECT_EQ(describe(*above), "(b, a)");
     EXPECT_EQ(describe(*root), "()");
+}
+
+TEST(UnspatializeSmallAreas, DissolvesARootOnceThatWasVisitedTwice) {
+    const auto root = make({makeLeaf("a")});
+    const auto above = make({root, makeLeaf("b")});
+    UnspatializeSmallAreas visitor(10.0);
+    root->accept(visitor);
+    root->accept(visitor);
+
+    visitor.dissolveRecordedGroups();
+
+    EXPECT_EQ(describe(*above), "(b, a)");
 }
 
 TEST(UnspatializeSmallAreas, MergesLODsOfTheSameRanges) {
@@ -240,11 +254,11 @@ TEST(UnspatializeSmallAreas, ComparesRangesExactly) {
 
 TEST(UnspatializeSmallAreas, NeverMergesLODsWhoseRangesAreNotNumbers) {
     const float notANumber = std::numeric_limits<float>::quiet_NaN();
-    const auto root = make({makeNamedLOD("a", {{0.0f, notANumber}}), makeNamedLOD("b", {{0.0f, notANumber}})});
-
-    unspatialize(*root);
-
-    EXPECT_EQ(describe(*root), "(lod(a1, a2), lod(b1, b2))");
+    for (const auto& range : {std::pair(0.0f, notANumber), std::pair(notANumber, 1.0f)}) {
+        const auto root = make({makeNamedLOD("a", {range}), makeNamedLOD("b", {range})});
+        unspatialize(*root);
+        EXPECT_EQ(describe(*root), "(lod(a1, a2), lod(b1, b2))");
+    }
 }
 
 TEST(UnspatializeSmallAreas, AppendsMergedLODsInTheOrderOfTheirRanges) {

@@ -33,15 +33,21 @@ private:
 // Each command has a source of its own that adds it to the command line. What it was told to do runs when the command
 // line has been read; `result` takes the status it ends with.
 
+void addAxesCommand(CLI::App& app, ExitStatus& result);
 void addBoundsCommand(CLI::App& app, ExitStatus& result);
 void addConvertCommand(CLI::App& app, ExitStatus& result);
 void addConvertJobCommand(CLI::App& app, ExitStatus& result);
+void addExportCommand(CLI::App& app, ExitStatus& result);
 void addFindCommand(CLI::App& app, ExitStatus& result);
 void addInfoCommand(CLI::App& app, ExitStatus& result);
 void addLodsCommand(CLI::App& app, ExitStatus& result);
+void addMarkupCommand(CLI::App& app, ExitStatus& result);
+void addOptimizeCommand(CLI::App& app, ExitStatus& result);
+void addPlanCommand(CLI::App& app, ExitStatus& result);
 void addRecentreCommand(CLI::App& app, ExitStatus& result);
 void addRenderCommand(CLI::App& app, ExitStatus& result);
 void addSampleCommand(CLI::App& app, ExitStatus& result);
 void addShadersCommand(CLI::App& app, ExitStatus& result);
+void addValidateCommand(CLI::App& app, ExitStatus& result);
 
 }  // namespace veltrane::sceneutils::tool

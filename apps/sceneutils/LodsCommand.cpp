@@ -1,5 +1,6 @@
 #include "Command.h"
 
+#include "files/CapturedErrors.h"
 #include "files/GraphFile.h"
 #include "files/GuardedWork.h"
 #include "files/InputGuard.h"
@@ -34,20 +35,6 @@ struct LodsRequest {
     bool overwrite = false;
 };
 
-/** Keeps back what is written to std::cerr: the library reports each unreadable hint there, without saying which, once
- * for every way that leads to it. */
-class SilencedErrors {
-public:
-    SilencedErrors() : _own(std::cerr.rdbuf(_caught.rdbuf())) {}
-    ~SilencedErrors() { std::cerr.rdbuf(_own); }
-    SilencedErrors(const SilencedErrors&) = delete;
-    SilencedErrors& operator=(const SilencedErrors&) = delete;
-
-private:
-    std::ostringstream _caught;
-    std::streambuf* _own;
-};
-
 /** The LODs of a graph, and the hints that are left in it: those that could not be read. Looks where
  * OpenFlightLODCreator does, each group once. */
 class Inventory : public osg::NodeVisitor {
@@ -78,7 +65,8 @@ private:
 };
 
 void createLODs(osg::Group& root) {
-    const SilencedErrors silenced;
+    // The library reports each unreadable hint there, without saying which, once for every way that leads to it.
+    const CapturedErrors silenced;
     OpenFlightLODCreator creator;
     creator.process(&root);
 }
@@ -101,8 +89,8 @@ ExitStatus makeLods(const LodsRequest& request) {
                   << "\n";
     }
     writeGraph(graph, request.output, request.overwrite);
-    std::cout << request.output << ": " << plural(after.lods - lodsBefore, "LOD", "LODs") << " created, "
-              << plural(after.hints.size(), "hint", "hints") << " not readable\n";
+    std::cout << withoutControlCharacters(request.output) << ": " << plural(after.lods - lodsBefore, "LOD", "LODs")
+              << " created, " << plural(after.hints.size(), "hint", "hints") << " not readable\n";
     return after.hints.empty() ? ExitStatus::Done : ExitStatus::DonePartly;
 }
 

@@ -4,9 +4,10 @@
 #include "files/GuardedWork.h"
 #include "files/InputGuard.h"
 #include "files/Interruption.h"
-#include "files/OsgMessages.h"
 #include "files/OutputFormat.h"
 #include "files/PlainText.h"
+#include "render/FirstFrame.h"
+#include "render/PictureSize.h"
 #include "shaders/ProgramList.h"
 
 #include <offscreen/SceneRenderer.h>
@@ -39,8 +40,7 @@ namespace {
 using offscreen::OffscreenError;
 using offscreen::SceneRenderer;
 
-constexpr int largestSide = 16384;
-constexpr const char* osgTileProblem = "Error in reading file ";
+constexpr int smallestSide = 1;
 constexpr unsigned int framesBeforeTiming = 3;  // in which the driver takes over textures, arrays and programs
 
 struct Request {
@@ -58,28 +58,9 @@ struct Request {
     unsigned int framesToTime = 0;
 };
 
-/** Numbers with a separator between them and nothing else; fewer than asked for if that is not what the text is. */
-template <typename Number, std::size_t count>
-bool parse(const std::string& text, char separator, std::array<Number, count>& numbers) {
-    std::istringstream stream(text);
-    for (std::size_t i = 0; i < count; ++i) {
-        if (i > 0 && stream.get() != separator) return false;
-        if (!(stream >> numbers[i])) return false;
-    }
-    return stream.peek() == std::istringstream::traits_type::eof();
-}
-
-std::array<int, 2> parseSize(const std::string& text) {
-    std::array<int, 2> size = {0, 0};
-    const auto isGood = [](int side) { return side >= 1 && side <= largestSide; };
-    if (parse(text, 'x', size) && isGood(size[0]) && isGood(size[1])) return size;
-    throw CommandError(ExitStatus::Usage, "--size: '" + text + "' is no WIDTHxHEIGHT, each 1 to " +
-                                              std::to_string(largestSide) + " pixels");
-}
-
 osg::Vec3d parsePoint(const std::string& option, const std::string& text) {
     std::array<double, 3> point = {0.0, 0.0, 0.0};
-    if (parse(text, ',', point)) return {point[0], point[1], point[2]};
+    if (parseNumbers(text, ',', point)) return {point[0], point[1], point[2]};
     throw CommandError(ExitStatus::Usage, option + ": '" + text + "' is no X,Y,Z");
 }
 
@@ -161,27 +142,9 @@ void tell(const std::string& message) {
     std::cerr << "sceneutils: " << withoutControlCharacters(message) << "\n";
 }
 
-/** Draws for the first time, tiles loaded, and tells what was wrong with it. False if tiles are missing. */
-bool drawFirst(const Request& request, SceneRenderer& renderer) {
-    const OsgMessages messages;
-    std::vector<std::string> missing;
-    if (request.noPaging) {
-        renderer.drawFrame();
-    } else {
-        missing = renderer.loadTiles();
-    }
-    for (const std::string& line : messages.lines()) {
-        if (line.rfind(osgTileProblem, 0) != 0) tell(line);
-    }
-    for (const std::string& tile : missing) tell(request.input + ": tile " + tile + " cannot be read");
-    for (const std::string& tile : renderer.tilesBelowThemselves())
-        tell(request.input + ": tile " + tile + " refers to itself; it is drawn once");
-    return missing.empty() && renderer.tilesBelowThemselves().empty();
-}
-
 ExitStatus draw(const Request& request, SceneRenderer& renderer) {
     if (request.verbose) tell("driver " + renderer.context().driver() + ", OpenGL " + renderer.context().version());
-    const bool isWhole = drawFirst(request, renderer);
+    const bool isWhole = drawFirst(renderer, request.input, !request.noPaging);
     if (!request.picture.empty()) {
         writePicture(*renderer.drawPicture(GL_RGB), request.picture, request.overwrite);
         osg::Vec3d eye, target, up;
@@ -193,7 +156,7 @@ ExitStatus draw(const Request& request, SceneRenderer& renderer) {
 }
 
 ExitStatus render(const Request& request) {
-    const std::array<int, 2> size = parseSize(request.size);
+    const std::array<int, 2> size = parsePictureSize(request.size, smallestSide);
     if (request.eye.has_value() != request.target.has_value())
         throw CommandError(ExitStatus::Usage, "--eye and --look-at belong together");
     if (request.picture.empty() && request.framesToTime == 0)

@@ -39,16 +39,22 @@ int main(int argc, char** argv) {
         osg::WARN);  // what OpenSceneGraph says below that goes to standard output, which is for results
 
     ExitStatus result = ExitStatus::Done;
+    addAxesCommand(app, result);
     addBoundsCommand(app, result);
     addConvertCommand(app, result);
     addConvertJobCommand(app, result);
+    addExportCommand(app, result);
     addFindCommand(app, result);
     addInfoCommand(app, result);
     addLodsCommand(app, result);
+    addMarkupCommand(app, result);
+    addOptimizeCommand(app, result);
+    addPlanCommand(app, result);
     addRecentreCommand(app, result);
     addRenderCommand(app, result);
     addSampleCommand(app, result);
     addShadersCommand(app, result);
+    addValidateCommand(app, result);
 
     try {
         app.parse(argc, argv);

@@ -27,7 +27,32 @@ namespace veltrane::sceneutils {
  */
 class SCENEUTILS_EXPORT OptimizeBatches {
 public:
-    /** No names to preserve, and all numbers 0. */
+    /** What process() does, in its order. */
+    enum class Step {
+        FlattenUselessLODs,
+        RemoveNames,
+        CopySharedSubgraphs,
+        FlattenStaticTransforms,
+        RemoveRedundantNodes,
+        UnspatializeSmallAreas,  ///< only if the radius is greater than 0
+        MergeGeodes,
+        MergeGeometry
+    };
+
+    /** Is told of each step, on the thread of process(): to measure it, to show progress, or to keep something in the
+     * graph out of it. */
+    class SCENEUTILS_EXPORT StepListener {
+    public:
+        virtual ~StepListener();
+
+        /** The step is about to begin. @param root as it was given to process(); what is below it may be changed */
+        virtual void beginStep(Step step, osg::Node& root) = 0;
+
+        /** The step is done. */
+        virtual void endStep(Step step, osg::Node& root) = 0;
+    };
+
+    /** No names to preserve, no listener, and all numbers 0. */
     OptimizeBatches();
     OptimizeBatches(const OptimizeBatches& other);
     OptimizeBatches& operator=(const OptimizeBatches& other);
@@ -57,11 +82,21 @@ public:
 
     double getUnspatializeRadius() const;
 
+    /** @param listener has to live as long as process() is called; null, the default: none. It is not owned, and
+     * copies of this object tell the same one. */
+    void setStepListener(StepListener* listener);
+
+    StepListener* getStepListener() const;
+
 private:
+    template <typename Work>
+    void run(Step step, osg::Node& root, Work work);
+
     double _maxTransformMagnitude2 = 0.0;
     double _maxTransformMagnitude = 0.0;
     double _unspatializeRadius = 0.0;
     RemoveNamesAndDescriptions _nameRemover;
+    StepListener* _stepListener = nullptr;
 };
 
 }  // namespace veltrane::sceneutils

@@ -2,6 +2,7 @@
 
 #include <sceneutils/Export.h>
 
+#include <osg/Group>
 #include <osg/Node>
 #include <osg/PositionAttitudeTransform>
 #include <osg/Program>
@@ -86,6 +87,18 @@ SCENEUTILS_EXPORT osg::Node* GetDirt(double height, osg::ref_ptr<osg::Texture> c
 SCENEUTILS_EXPORT void makeWireframe(osg::StateSet* stateSet, const osg::Vec4& color, float offset);
 
 /**
+ * Makes a coordinate system to look at: three lines from the ends of the axes to the origin, x red, y green and z blue.
+ * @param size how long the lines are, in graph units; negative ones point the other way
+ * @return a new SimpleGeometryGenerator, the caller's to hold, to which more can be added
+ *
+ * The lines get a generated program that draws them unlit and in fog, see ShaderGenerator; its uniform "fogDensity" is
+ * the caller's to set, and is 0, no fog, as long as nobody does.
+ *
+ * Reports nothing. Uses the ShaderGenerator of the process: may run in several threads at a time.
+ */
+SCENEUTILS_EXPORT osg::ref_ptr<osg::Group> createCoordinateSystemGeometry(float size);
+
+/**
  * Finds the transform by which a part of a model is moved.
  * @param root the whole graph below it is searched, see FindNodeVisitor; null finds nothing
  * @param name the whole name, in its own letter case
@@ -93,5 +106,30 @@ SCENEUTILS_EXPORT void makeWireframe(osg::StateSet* stateSet, const osg::Vec4& c
  *     osg::PositionAttitudeTransform. Further nodes of the name are deliberately not looked at. Nothing is reported.
  */
 SCENEUTILS_EXPORT osg::PositionAttitudeTransform* findNamedPAT(osg::Node* root, const std::string& name);
+
+/**
+ * Makes a test object: the model "rock.osg", at a place that is always the same.
+ * @return a new transform that nothing refers to yet, the caller's to hold, at (46.406150817871094, 15, 6) in graph
+ *     units. The model, looked for along osgDB's data file path with the registry's options, is its only child; it has
+ *     none when the model cannot be read, which OpenSceneGraph reports.
+ *
+ * Keeps no state.
+ */
+SCENEUTILS_EXPORT osg::PositionAttitudeTransform* addRock();
+
+/**
+ * Writes a graph, or one node of it with all that hangs below, to the file FILEBASE.osg.
+ * @param root the graph; null writes nothing
+ * @param name the whole name of the node, in its own letter case. The first node of that name is written, see
+ *     FindNodeVisitor; nothing is if there is none. Empty or null: the whole graph.
+ * @param fileBase the file's path but for its ending, of any length; null writes nothing
+ *
+ * The node is written as it is, in its own coordinates: transforms and state above it are left out. An existing file is
+ * replaced. Nothing is reported, not even a file that cannot be written, as that of a graph in which a geode has other
+ * children than drawables. The graph is not changed and not held.
+ *
+ * Keeps no state. Must not run while another thread changes the graph.
+ */
+SCENEUTILS_EXPORT void exportNode(osg::Group* root, const char* name, const char* fileBase);
 
 }  // namespace veltrane::sceneutils

@@ -7,7 +7,10 @@
 #include <osg/Switch>
 #include <osgSim/MultiSwitch>
 
+#include <map>
 #include <set>
+#include <utility>
+#include <vector>
 
 namespace veltrane::sceneutils {
 
@@ -55,6 +58,17 @@ bool showsSomeChildren(const osg::Group& group) {
            dynamic_cast<const osg::Sequence*>(&group) || dynamic_cast<const osgSim::MultiSwitch*>(&group);
 }
 
+/** Those whose mask is not that of the group's first one. */
+void addDrawablesOfOtherMasks(osg::Group& group, std::set<osg::Drawable*>& others) {
+    const osg::Drawable* first = nullptr;
+    for (unsigned int i = 0; i < group.getNumChildren(); ++i) {
+        osg::Drawable* drawable = group.getChild(i)->asDrawable();
+        if (!drawable) continue;
+        if (!first) first = drawable;
+        if (drawable->getNodeMask() != first->getNodeMask()) others.insert(drawable);
+    }
+}
+
 }  // namespace
 
 void keepIncompleteBillboards(osg::Node& root, osgUtil::Optimizer& optimizer) {
@@ -66,10 +80,69 @@ void keepIncompleteBillboards(osg::Node& root, osgUtil::Optimizer& optimizer) {
     });
 }
 
+RootTransformsKept::RootTransformsKept(osg::Node& node) {
+    std::set<osg::Node*> seen;
+    std::vector<osg::Node*> toClimb{&node};
+    while (!toClimb.empty()) {
+        osg::Node* below = toClimb.back();
+        toClimb.pop_back();
+        for (osg::Group* above : below->getParents()) {
+            if (!seen.insert(above).second) continue;
+            toClimb.push_back(above);
+            osg::Transform* transform = above->asTransform();
+            if (transform && transform->getNumParents() == 0 && transform->getDataVariance() == osg::Object::STATIC)
+                _transforms.emplace_back(transform);
+        }
+    }
+    for (const auto& transform : _transforms) transform->setDataVariance(osg::Object::UNSPECIFIED);
+}
+
+RootTransformsKept::~RootTransformsKept() {
+    for (const auto& transform : _transforms) transform->setDataVariance(osg::Object::STATIC);
+}
+
+LODCentersFixed::LODCentersFixed(osg::Node& root) {
+    std::set<osg::LOD*> lods;
+    forEachGroup(root, [&lods](osg::Group& group) {
+        auto* lod = dynamic_cast<osg::LOD*>(&group);
+        if (lod && lod->getCenterMode() == osg::LOD::USE_BOUNDING_SPHERE_CENTER) lods.insert(lod);
+    });
+    for (osg::LOD* lod : lods) _lods.push_back({lod, lod->getBound().center(), {}});
+    for (Fixed& each : _lods) {
+        each.lod->setCenterMode(osg::LOD::USER_DEFINED_CENTER);
+        each.ownCenter = each.lod->getCenter();
+        each.lod->setCenter(each.boundCenter);
+    }
+}
+
+LODCentersFixed::~LODCentersFixed() {
+    for (const Fixed& each : _lods) {
+        if (each.lod->getCenter() != each.boundCenter) continue;
+        each.lod->setCenter(each.ownCenter);
+        each.lod->setCenterMode(osg::LOD::USE_BOUNDING_SPHERE_CENTER);
+    }
+}
+
 void keepChosenChildren(osg::Node& root, osgUtil::Optimizer& optimizer) {
     forEachGroup(root, [&optimizer](osg::Group& group) {
         if (showsSomeChildren(group)) forbid(optimizer, group, osgUtil::Optimizer::MERGE_GEOMETRY);
     });
+}
+
+DrawableMasksApart::DrawableMasksApart(osg::Node& root) {
+    std::set<osg::Drawable*> others;
+    forEachGroup(root, [&others](osg::Group& group) { addDrawablesOfOtherMasks(group, others); });
+    std::map<std::pair<osg::Node::NodeMask, osg::StateSet*>, osg::ref_ptr<osg::StateSet>> apart;
+    for (osg::Drawable* drawable : others) {
+        _drawables.push_back({drawable, drawable->getStateSet()});
+        osg::ref_ptr<osg::StateSet>& stateSet = apart[{drawable->getNodeMask(), drawable->getStateSet()}];
+        if (!stateSet) stateSet = new osg::StateSet;
+        drawable->setStateSet(stateSet);
+    }
+}
+
+DrawableMasksApart::~DrawableMasksApart() {
+    for (const SetApart& each : _drawables) each.drawable->setStateSet(each.ownStateSet);
 }
 
 MixedGeodesApart::MixedGeodesApart(osg::Node& root) {

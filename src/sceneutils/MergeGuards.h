@@ -1,8 +1,11 @@
 #pragma once
 
+#include <osg/Drawable>
 #include <osg/Geode>
+#include <osg/LOD>
 #include <osg/Node>
 #include <osg/StateSet>
+#include <osg/Transform>
 #include <osgUtil/Optimizer>
 
 #include <vector>
@@ -13,9 +16,68 @@ namespace veltrane::sceneutils {
  * positions or through a null drawable. */
 void keepIncompleteBillboards(osg::Node& root, osgUtil::Optimizer& optimizer);
 
+/**
+ * Keeps static transforms above a node from being flattened if they hang in no graph: with no parent to be replaced in
+ * they would stay, and the optimizer would move what is below them again and again without end. While this lives they
+ * are not static.
+ */
+class RootTransformsKept {
+public:
+    explicit RootTransformsKept(osg::Node& node);
+    ~RootTransformsKept();
+    RootTransformsKept(const RootTransformsKept&) = delete;
+    RootTransformsKept& operator=(const RootTransformsKept&) = delete;
+
+private:
+    std::vector<osg::ref_ptr<osg::Transform>> _transforms;
+};
+
+/**
+ * Keeps LODs that switch by the centre of their bound from being moved twice when static transforms are flattened: the
+ * optimizer moves drawables and LODs in the order of their addresses, and the bound may have moved with the drawables
+ * before. While this lives, each such LOD has its centre fixed; those that did not move follow their bound again then.
+ */
+class LODCentersFixed {
+public:
+    explicit LODCentersFixed(osg::Node& root);
+    ~LODCentersFixed();
+    LODCentersFixed(const LODCentersFixed&) = delete;
+    LODCentersFixed& operator=(const LODCentersFixed&) = delete;
+
+private:
+    struct Fixed {
+        osg::ref_ptr<osg::LOD> lod;
+        osg::LOD::vec_type boundCenter;
+        osg::LOD::vec_type ownCenter;  ///< out of use meanwhile
+    };
+
+    std::vector<Fixed> _lods;
+};
+
 /** Forbids the optimizer to fuse the drawables directly below nodes that show only some of their children: LODs,
  * switches, sequences and multi-switches. */
 void keepChosenChildren(osg::Node& root, osgUtil::Optimizer& optimizer);
+
+/**
+ * Keeps drawables of different node masks from being fused, as all would be drawn with the mask of one of them: while
+ * this lives, those side by side whose mask is not that of the first one have state sets of their own, one for each
+ * mask and state set. Groups whose drawables all have the same mask are left alone.
+ */
+class DrawableMasksApart {
+public:
+    explicit DrawableMasksApart(osg::Node& root);
+    ~DrawableMasksApart();
+    DrawableMasksApart(const DrawableMasksApart&) = delete;
+    DrawableMasksApart& operator=(const DrawableMasksApart&) = delete;
+
+private:
+    struct SetApart {
+        osg::ref_ptr<osg::Drawable> drawable;
+        osg::ref_ptr<osg::StateSet> ownStateSet;
+    };
+
+    std::vector<SetApart> _drawables;
+};
 
 /**
  * Keeps geodes that hold more than drawables from being merged with others, as the rest would be lost: while this

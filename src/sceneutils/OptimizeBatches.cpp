@@ -24,6 +24,8 @@ void copySharedSubgraphs(osg::Node& node, osgUtil::Optimizer& optimizer) {
 
 }  // namespace
 
+OptimizeBatches::StepListener::~StepListener() = default;
+
 OptimizeBatches::OptimizeBatches() = default;
 
 OptimizeBatches::OptimizeBatches(const OptimizeBatches& other) = default;
@@ -32,24 +34,41 @@ OptimizeBatches& OptimizeBatches::operator=(const OptimizeBatches& other) = defa
 
 OptimizeBatches::~OptimizeBatches() = default;
 
+template <typename Work>
+void OptimizeBatches::run(Step step, osg::Node& root, Work work) {
+    if (_stepListener) _stepListener->beginStep(step, root);
+    work();
+    if (_stepListener) _stepListener->endStep(step, root);
+}
+
 void OptimizeBatches::process(osg::Node* node) {
     if (!node) return;
     const HeldNode held(node);
 
-    FlattenUselessLODs::process(node, nearestSeen, farthestSeen);
-    node->accept(_nameRemover);
     osgUtil::Optimizer optimizer;
-    copySharedSubgraphs(*node, optimizer);
-    keepIncompleteBillboards(*node, optimizer);
-    optimizer.optimize(node, osgUtil::Optimizer::FLATTEN_STATIC_TRANSFORMS);
-    optimizer.optimize(node, osgUtil::Optimizer::REMOVE_REDUNDANT_NODES);
-    if (_unspatializeRadius > 0.0) UnspatializeSmallAreas::process(node, _unspatializeRadius);
-    {
+    run(Step::FlattenUselessLODs, *node, [&] { FlattenUselessLODs::process(node, nearestSeen, farthestSeen); });
+    run(Step::RemoveNames, *node, [&] { node->accept(_nameRemover); });
+    run(Step::CopySharedSubgraphs, *node, [&] { copySharedSubgraphs(*node, optimizer); });
+    run(Step::FlattenStaticTransforms, *node, [&] {
+        keepIncompleteBillboards(*node, optimizer);
+        const RootTransformsKept kept(*node);
+        const LODCentersFixed fixed(*node);
+        optimizer.optimize(node, osgUtil::Optimizer::FLATTEN_STATIC_TRANSFORMS);
+    });
+    run(Step::RemoveRedundantNodes, *node,
+        [&] { optimizer.optimize(node, osgUtil::Optimizer::REMOVE_REDUNDANT_NODES); });
+    if (_unspatializeRadius > 0.0) {
+        run(Step::UnspatializeSmallAreas, *node, [&] { UnspatializeSmallAreas::process(node, _unspatializeRadius); });
+    }
+    run(Step::MergeGeodes, *node, [&] {
         const MixedGeodesApart apart(*node);
         optimizer.optimize(node, osgUtil::Optimizer::MERGE_GEODES);
-    }
-    keepChosenChildren(*node, optimizer);
-    optimizer.optimize(node, osgUtil::Optimizer::MERGE_GEOMETRY);
+    });
+    run(Step::MergeGeometry, *node, [&] {
+        keepChosenChildren(*node, optimizer);
+        const DrawableMasksApart apart(*node);
+        optimizer.optimize(node, osgUtil::Optimizer::MERGE_GEOMETRY);
+    });
 }
 
 void OptimizeBatches::preserveNames(const std::set<std::string>& names) {
@@ -71,6 +90,14 @@ void OptimizeBatches::setUnspatializeRadius(double radius) {
 
 double OptimizeBatches::getUnspatializeRadius() const {
     return _unspatializeRadius;
+}
+
+void OptimizeBatches::setStepListener(StepListener* listener) {
+    _stepListener = listener;
+}
+
+OptimizeBatches::StepListener* OptimizeBatches::getStepListener() const {
+    return _stepListener;
 }
 
 }  // namespace veltrane::sceneutils

@@ -6,11 +6,14 @@
 #include "support/Graphs.h"
 #include "support/StandardError.h"
 #include "support/TexturedModels.h"
+#include "support/UnknownNode.h"
 
 #include <gmock/gmock.h>
 
 #include <osg/Geometry>
+#include <osg/PrimitiveRestartIndex>
 #include <osg/ProxyNode>
+#include <osg/Texture2DMultisample>
 #include <osgDB/WriteFile>
 
 #include <sys/stat.h>
@@ -22,6 +25,8 @@ using namespace veltrane::sceneutils::tool;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -51,6 +56,14 @@ osg::ref_ptr<osg::Group> makeTexturedGroup(osg::Image* image) {
     group->addChild(makeGeode(makeSquare()));
     group->getOrCreateStateSet()->setTextureAttributeAndModes(0, new osg::Texture2D(image));
     return group;
+}
+
+osg::ref_ptr<osg::ProxyNode> makeReference(
+    const std::string& file, osg::ProxyNode::LoadingExternalReferenceMode mode = osg::ProxyNode::LOAD_IMMEDIATELY) {
+    osg::ref_ptr<osg::ProxyNode> proxy = new osg::ProxyNode;
+    proxy->setFileName(0, file);
+    proxy->setLoadingExternalReferenceMode(mode);
+    return proxy;
 }
 
 osg::ref_ptr<osg::Image> makePictureFile(const std::string& path) {
@@ -243,6 +256,157 @@ TEST(GraphFile, KeepsOtherReferencesUnderNamesThatLeadToTheSameFiles) {
     writeGraph(readGraph(folder / "a.ive"), folder / "out/deep/a.ive", false);
 
     EXPECT_THAT(pagedFiles(load(folder / "out/deep/a.ive")), ElementsAre("../../tiles/t.ive"));
+}
+
+TEST(GraphFile, NamesReferencesThatWereNotLoadedRelativelyToTheOutput) {
+    for (const char* ending : {"ive", "osg", "osgb", "osgt", "osgx"}) {
+        const TemporaryDirectory folder;
+        fs::create_directories(folder / "in/sub");
+        const osg::ref_ptr<osgDB::Options> keepNames =
+            new osgDB::Options("useOriginalExternalReferences noWriteExternalReferenceFiles");
+        const auto writeReferences = [&](const std::string& file, const std::string& target) {
+            const osg::ref_ptr<osg::Group> group = new osg::Group;
+            group->addChild(makeReference(target));
+            group->addChild(makeReference("missing.osgb", osg::ProxyNode::NO_AUTOMATIC_LOADING));
+            osgDB::writeNodeFile(*group, folder / file, keepNames);
+        };
+        const std::string inner = std::string("sub/b.") + ending;
+        writeReferences("in/" + inner, "far/gone.osgb");
+        writeReferences(std::string("in/a.") + ending, inner);
+
+        writeGraph(readGraph(folder / (std::string("in/a.") + ending)), folder / "out/deep/a.osgb", false);
+
+        EXPECT_THAT(references(osgDB::readRefNodeFile(folder / "out/deep/a.osgb").get()),
+                    ElementsAre("../../in/sub/far/gone.osgb", "../../in/sub/missing.osgb", "../../in/missing.osgb"))
+            << ending;
+    }
+}
+
+TEST(GraphFile, NamesTilesRelativelyToTheOutputInEveryNativeFormat) {
+    for (const char* ending : {"ive", "osg", "osgb", "osgt", "osgx"}) {
+        const TemporaryDirectory folder;
+        fs::create_directories(folder / "in");
+        const osg::ref_ptr<osg::PagedLOD> paged = new osg::PagedLOD;
+        paged->setFileName(0, "tiles/t.ive");
+        paged->setRange(0, 0.0f, 100.0f);
+        osgDB::writeNodeFile(*paged, folder / (std::string("in/a.") + ending));
+
+        writeGraph(readGraph(folder / (std::string("in/a.") + ending)), folder / "out/deep/a.osgb", false);
+
+        EXPECT_THAT(pagedFiles(load(folder / "out/deep/a.osgb")), ElementsAre("../../in/tiles/t.ive")) << ending;
+    }
+}
+
+TEST(GraphFile, NamesReferencesRelativelyThatAFileInTheWorkingDirectoryHolds) {
+    const TemporaryDirectory folder;
+    osgDB::writeNodeFile(*makeReference("missing.osgb", osg::ProxyNode::NO_AUTOMATIC_LOADING), folder / "a.osgb");
+    ToolSettings settings;
+    settings.workingDirectory = folder.path();
+
+    ASSERT_EQ(runTool({"export", "a.osgb", "out/a.osgt"}, settings).status, 0);
+
+    EXPECT_THAT(references(load(folder / "out/a.osgt")), ElementsAre("../missing.osgb"));
+}
+
+TEST(GraphFile, NamesTexturesOfLoadedReferencesFromTheirOwnFolders) {
+    const TemporaryDirectory folder;
+    fs::create_directories(folder / "in/sub");
+    const osg::ref_ptr<osg::Image> image = makePictureFile(folder / "in/brick.png");
+    makePictureFile(folder / "in/sub/brick.png");
+    image->setFileName("brick.png");
+    image->setWriteHint(osg::Image::EXTERNAL_FILE);
+    osgDB::writeNodeFile(*makeTexturedGroup(image), folder / "in/sub/b.osgb");
+    osgDB::writeNodeFile(*makeReference("sub/b.osgb"), folder / "in/a.osgb");
+
+    writeGraph(readGraph(folder / "in/a.osgb"), folder / "out/a.osgt", false);
+
+    EXPECT_THAT(readBytes(folder / "out/a.osgt"), HasSubstr("../in/sub/brick.png"));
+}
+
+TEST(GraphFile, NamesWhatAFileNamesRelativelyWhenItWasReadWithoutItsReferences) {
+    const TemporaryDirectory folder;
+    const osg::ref_ptr<osg::Image> image = makePictureFile(folder / "brick.png");
+    image->setFileName("brick.png");
+    image->setWriteHint(osg::Image::EXTERNAL_FILE);
+    const osg::ref_ptr<osg::Group> group = makeTexturedGroup(image);
+    group->addChild(makeReference("b.osgb", osg::ProxyNode::NO_AUTOMATIC_LOADING));
+    osgDB::writeNodeFile(*group, folder / "a.osgb");
+
+    writeGraph(readGraph(folder / "a.osgb", References::Leave), folder / "out/a.osgt", false);
+
+    EXPECT_THAT(readBytes(folder / "out/a.osgt"), HasSubstr("../brick.png"));
+    EXPECT_THAT(references(load(folder / "out/a.osgt")), ElementsAre("../b.osgb"));
+}
+
+TEST(GraphFile, RefusesAChainOfOpenFlightFilesOfMoreThanAHundredLevels) {
+    const TemporaryDirectory folder;
+    const auto nameOf = [](int level) { return std::to_string(level) + ".flt"; };
+    for (int level = 0; level < 101; ++level) writeFlight(folder / nameOf(level), 10.0f, {nameOf(level + 1)});
+    writeFlight(folder / nameOf(101), 10.0f);
+
+    EXPECT_EQ(readError(folder / "0.flt"), folder / "101.flt: referred to over more than 100 levels");
+    EXPECT_TRUE(readGraph(folder / "1.flt"));
+}
+
+TEST(GraphFile, RefusesToWriteLessThanThereIs) {
+    const TemporaryDirectory folder;
+    const osg::ref_ptr<osg::Group> group = new osg::Group;
+    group->addChild(new UnknownNode);
+
+    for (const char* name : {"a.ive", "a.osg", "a.osgb", "a.osgt", "a.osgx"}) {
+        const std::string ending = fs::path(name).extension();
+        const std::string error =
+            errorOf(ExitStatus::OutputNotWritten, [&] { writeGraph(group, folder / name, false); });
+        EXPECT_THAT(error,
+                    StartsWith(folder / name + (": OpenSceneGraph cannot write all of this as '" + ending + "': ")));
+        EXPECT_THAT(error, HasSubstr("UnknownNode"));
+        EXPECT_THAT(error, Not(HasSubstr("\n")));
+    }
+    EXPECT_THAT(namesIn(folder.path()), IsEmpty());
+}
+
+TEST(GraphFile, RefusesAStateAttributeThatOsgFilesDoNotHold) {
+    const TemporaryDirectory folder;
+    const auto errorOfSquareWith = [&](osg::StateAttribute* attribute) {
+        const osg::ref_ptr<osg::Geometry> square = makeSquare();
+        osg::StateSet* stateSet = square->getOrCreateStateSet();
+        if (attribute->isTextureAttribute()) stateSet->setTextureAttribute(1, attribute);
+        if (!attribute->isTextureAttribute()) stateSet->setAttribute(attribute);
+        return errorOf(ExitStatus::OutputNotWritten, [&] { writeGraph(square, folder / "a.osg", false); });
+    };
+    const std::string beginning = folder / "a.osg: OpenSceneGraph cannot write all of this as '.osg': Unknown class ";
+
+    EXPECT_EQ(errorOfSquareWith(new osg::PrimitiveRestartIndex(7)), beginning + "osg::PrimitiveRestartIndex");
+    EXPECT_EQ(errorOfSquareWith(new osg::Texture2DMultisample), beginning + "osg::Texture2DMultisample");
+    EXPECT_THAT(namesIn(folder.path()), IsEmpty());
+}
+
+TEST(GraphFile, SaysWhyOpenSceneGraphCannotWriteAGraph) {
+    const TemporaryDirectory folder;
+    const osg::ref_ptr<osg::Geometry> square = makeSquare();
+    const osg::Vec3 normals[] = {{0, 0, 1}, {1, 0, 0}};
+    square->setNormalArray(new osg::Vec3Array(2, normals), static_cast<osg::Array::Binding>(3));
+
+    EXPECT_EQ(errorOf(ExitStatus::OutputNotWritten, [&] { writeGraph(square, folder / "a.ive", false); }),
+              folder /
+                  "a.ive: OpenSceneGraph cannot write this as '.ive': Error writing IVE image: Unknown binding in "
+                  "DataOutputStream::writeBinding()");
+    EXPECT_THAT(namesIn(folder.path()), IsEmpty());
+}
+
+TEST(GraphFile, WritesPlainNodesAndTexturesThatAreMissingInEveryNativeFormat) {
+    const TemporaryDirectory folder;
+    const osg::ref_ptr<osg::Image> image = makeImage("gone.png");
+    image->setWriteHint(osg::Image::EXTERNAL_FILE);
+    const osg::ref_ptr<osg::Group> group = makeTexturedGroup(image);
+    group->addChild(new osg::Node);
+    osgDB::writeNodeFile(*group, folder / "in.osgb");
+
+    for (const char* name : {"a.ive", "a.osg", "a.osgb", "a.osgt", "a.osgx"}) {
+        writeGraph(readGraph(folder / "in.osgb"), folder / name, false);
+
+        EXPECT_EQ(readGraph(folder / name)->asGroup()->getNumChildren(), 2u) << name;
+    }
 }
 
 TEST(GraphFile, LeavesNothingBehindWhenTheDiskIsFull) {

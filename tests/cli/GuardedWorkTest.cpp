@@ -19,13 +19,14 @@ using veltrane::sceneutils::tool::CommandError;
 using veltrane::sceneutils::tool::ExitStatus;
 using veltrane::sceneutils::tool::runGuarded;
 using veltrane::sceneutils::tool::WholeFile;
+using veltrane::sceneutils::tool::WritingNote;
 
 namespace {
 
 std::string errorOf(ExitStatus expected, const std::function<ExitStatus()>& work,
-                    const std::vector<std::filesystem::path>& folders = {}) {
+                    const std::vector<std::filesystem::path>& folders = {}, unsigned int seconds = 100) {
     try {
-        runGuarded("in.osgb", folders, work);
+        runGuarded("in.osgb", folders, work, seconds);
     } catch (const CommandError& error) {
         EXPECT_EQ(error.status(), expected);
         return error.what();
@@ -91,6 +92,34 @@ TEST(RunGuarded, TellsACrashInOneLine) {
               "in.osgb: OpenSceneGraph crashes on it (Killed); it may be damaged");
     EXPECT_EQ(errorOf(ExitStatus::InputUnreadable, []() -> ExitStatus { _exit(0); }),
               "in.osgb: OpenSceneGraph crashes on it (ended early); it may be damaged");
+}
+
+TEST(RunGuarded, NamesTheOutputThatWasBeingWrittenWhenItCrashed) {
+    const auto crashWriting = [] {
+        const WritingNote note("out.osg");
+        return crash();
+    };
+    const auto crashAfterwards = [] {
+        { const WritingNote note("out.osg"); }
+        return crash();
+    };
+
+    EXPECT_EQ(errorOf(ExitStatus::OutputNotWritten, crashWriting),
+              "out.osg: OpenSceneGraph crashes while writing it (Killed)");
+    EXPECT_EQ(errorOf(ExitStatus::InputUnreadable, crashAfterwards),
+              "in.osgb: OpenSceneGraph crashes on it (Killed); it may be damaged");
+}
+
+TEST(RunGuarded, NamesTheOutputThatIsWrittenWithoutEnd) {
+    const auto writeForEver = []() -> ExitStatus {
+        const WritingNote note("out.osg");
+        for (volatile bool goesOn = true; goesOn;) {
+        }
+        return ExitStatus::Done;
+    };
+
+    EXPECT_EQ(errorOf(ExitStatus::OutputNotWritten, writeForEver, {}, 1),
+              "out.osg: could not be written within 1 s of processor time");
 }
 
 TEST(RunGuarded, EndsWorkThatRunsWithoutEnd) {

@@ -9,6 +9,7 @@
 #include <csignal>
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace testing_support;
@@ -64,6 +65,18 @@ std::string failureWithFileSizeLimit(rlim_t bytes, const std::function<void()>& 
 }
 
 }  // namespace
+
+TEST(WholeFile, NeverReplacesWhatIsNoFile) {
+    const TemporaryDirectory folder;
+    const std::string pipe = folder / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+
+    for (const bool mayOverwrite : {false, true}) {
+        EXPECT_EQ(failureToCheck(pipe, mayOverwrite), pipe + ": is neither a file nor a folder");
+        EXPECT_EQ(failureToWrite(pipe, mayOverwrite), pipe + ": is neither a file nor a folder");
+    }
+    EXPECT_TRUE(fs::is_fifo(pipe));
+}
 
 TEST(WholeFile, IsInItsPlaceWithAllItsBytesAfterCommit) {
     const TemporaryDirectory folder;

@@ -8,12 +8,14 @@
 #include <sceneutils/FindNodeVisitor.h>
 #include <sceneutils/FlattenUselessLODs.h>
 #include <sceneutils/ForceTextureFilter.h>
+#include <sceneutils/LODMarkup.h>
 #include <sceneutils/MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor.h>
 #include <sceneutils/OpenFlightLODCreator.h>
 #include <sceneutils/OptimizeBatches.h>
 #include <sceneutils/RemoveNamesAndDescriptions.h>
 #include <sceneutils/SceneUtils.h>
 #include <sceneutils/ShaderGenerator.h>
+#include <sceneutils/SimpleGeometryGenerator.h>
 #include <sceneutils/StateSetVisitor.h>
 #include <sceneutils/TextureVisitor.h>
 #include <sceneutils/TransformAccumulator.h>
@@ -121,10 +123,21 @@ int main() {
     OpenFlightLODCreator().process(root);
     expect(hinted->getParent(0) != root, "the hint becomes an LOD");
 
+    LODMarkup::process(root);
+    expect(hinted->getParent(0)->getParent(0) != root, "the LOD is marked");
+
+    exportNode(root, "no such node", "not written");
+    expect(osg::ref_ptr<osg::Node>(addRock())->asTransform(), "there is a place for a rock");
+
     OptimizeBatches optimizer;
     optimizer.setUnspatializeRadius(100.0);
     optimizer.process(root);
     expect(optimizer.getUnspatializeRadius() == 100.0, "the radius is kept");
+
+    osg::ref_ptr<SimpleGeometryGenerator> marks = new SimpleGeometryGenerator;
+    marks->addLine(osg::Vec3f(), osg::Vec3f(1, 0, 0), marks->createColor(63));
+    expect(marks->getBound().radius() == 0.5f, "a line is added");
+    expect(createCoordinateSystemGeometry(2.0f)->getBound().valid(), "a coordinate system is made");
 
     return failures == 0 ? 0 : 1;
 }

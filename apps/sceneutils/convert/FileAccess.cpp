@@ -1,6 +1,7 @@
 #include "FileAccess.h"
 
 #include "../files/ImageCollector.h"
+#include "../files/OutputFormat.h"
 #include "../files/WholeFile.h"
 
 #include <osg/PagedLOD>
@@ -231,11 +232,15 @@ void FileAccess::writeWhole(osg::Node& node, const osgDB::Options* options) {
     forWriting->setOptionString(forWriting->getOptionString() + keepReferenceNamesOptions);
     if (beforeWriting) beforeWriting(_job.output);
     WholeFile file(_job.output, mayReplace(_job.output));
+    const OsgMessages messages;
     const ReaderWriter::WriteResult result = writer->writeNode(node, file.stream(), forWriting.get());
     file.stream().flush();
     if (file.stream() && !result.success()) {
         throw OutputError(_job.output.string() + ": OpenSceneGraph cannot write this graph as .ive");
     }
+    const std::string loss = toldLoss(messages);
+    if (file.stream() && !loss.empty())
+        throw OutputError(_job.output.string() + ": OpenSceneGraph cannot write all of this as .ive: " + loss);
     if (beforeCommitting) file.beforeRenaming = beforeCommitting;
     _result.bytesOut = file.commit();
     _result.written = true;

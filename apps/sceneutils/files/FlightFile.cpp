@@ -1,41 +1,23 @@
 #include "FlightFile.h"
 
+#include "FlightRecordReader.h"
+
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <functional>
 #include <optional>
+#include <string>
+#include <string_view>
 
 namespace veltrane::sceneutils::tool {
 
 namespace {
 
-enum Opcode : unsigned int {
-    headerOpcode = 1,
-    pushLevelOpcode = 10,
-    popLevelOpcode = 11,
-    colorPaletteOpcode = 32,
-    externalReferenceOpcode = 63,
-    texturePaletteOpcode = 64,
-    oldMaterialPaletteOpcode = 66,
-    vertexPaletteOpcode = 67,
-    lightSourcePaletteOpcode = 102,
-    materialPaletteOpcode = 113,
-    lightPointAppearancePaletteOpcode = 128,
-    shaderPaletteOpcode = 133,
-    // Some modelling tools wrote the last record with its bytes in the wrong order; OpenSceneGraph knows it too.
-    littleEndianPopLevelOpcode = 0x0b00
-};
-
 // Offsets from the start of a record, whose first four bytes are its opcode and its length.
-constexpr std::size_t recordHeaderSize = 4;
 constexpr std::size_t formatRevisionOffset = 12;
-constexpr std::size_t vertexPaletteSizeOffset = 4;
-constexpr std::size_t vertexPaletteRecordSize = 8;
+constexpr std::size_t recordHeaderSize = 4;
 constexpr std::size_t nameOffset = 4;
 constexpr std::size_t nameSize = 200;
 constexpr std::size_t referenceFlagsOffset = 208;
+constexpr std::size_t referenceSize = 216;
 
 constexpr std::uint32_t allPalettesOwn = 0xffffffffu;
 // Files of this revision were written with flags that mean nothing; OpenSceneGraph ignores them too.
@@ -75,140 +57,88 @@ std::optional<Palette> paletteOf(unsigned int opcode) {
     }
 }
 
-/** A stretch of the file's bytes; big-endian numbers are read from it, nothing beyond its end. */
-class Bytes {
-public:
-    Bytes(const char* data, std::size_t size) : _data(data), _size(size) {}
+// FNV-1a, continued from `hash`.
+constexpr std::uint64_t emptyHash = 0xcbf29ce484222325u;
+std::uint64_t hashOf(std::string_view bytes, std::uint64_t hash) {
+    for (const char byte : bytes) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3u;
+    return hash;
+}
 
-    std::size_t size() const { return _size; }
-    Bytes from(std::size_t offset) const { return {_data + offset, _size - offset}; }
-    Bytes first(std::size_t count) const { return {_data, std::min(count, _size)}; }
-
-    std::uint32_t number(std::size_t offset, std::size_t width, std::uint32_t ifAbsent = 0) const {
-        if (offset + width > _size) return ifAbsent;
-        std::uint32_t value = 0;
-        for (std::size_t i = 0; i < width; ++i) value = (value << 8) | static_cast<unsigned char>(_data[offset + i]);
-        return value;
-    }
-
-    std::string asString() const { return {_data, _size}; }
-
-    std::string text(std::size_t offset, std::size_t maximum) const {
-        if (offset >= _size) return {};
-        const char* begin = _data + offset;
-        const char* end = begin + std::min(maximum, _size - offset);
-        return {begin, std::find(begin, end, '\0')};
-    }
-
-    bool areZeros() const {
-        return std::all_of(_data, _data + _size, [](char byte) { return byte == 0; });
-    }
-
-    /** FNV-1a, continued from `hash`. */
-    std::uint64_t hash(std::uint64_t hash) const {
-        for (std::size_t i = 0; i < _size; ++i) hash = (hash ^ static_cast<unsigned char>(_data[i])) * 0x100000001b3u;
-        return hash;
-    }
-    static constexpr std::uint64_t emptyHash = 0xcbf29ce484222325u;
-
-private:
-    const char* _data;
-    std::size_t _size;
-};
-
-constexpr char pushLevelRecord[] = "\0\012\0\4";
-constexpr char popLevelRecord[] = "\0\013\0\4";
+/** The text in a record, up to the first zero, the end of its field, or that of the record. */
+std::string textIn(std::string_view record, std::size_t offset, std::size_t maximum) {
+    if (offset >= record.size()) return {};
+    const std::string_view field = record.substr(offset, maximum);
+    return std::string(field.substr(0, field.find('\0')));
+}
 
 class Scan {
 public:
-    /** Called with every record, once the scan has looked at it. */
-    std::function<void(unsigned int opcode, const Bytes& record)> onRecord;
+    explicit Scan(ByteSource& bytes) : _reader(bytes) { _result.bytes = bytes.size(); }
 
-    FlightFile run(const Bytes& file) {
-        _result.bytes = file.size();
-        if (file.number(0, 2) != headerOpcode) throw FlightFileError("not an OpenFlight file");
-
-        std::size_t position = 0;
-        while (!_done) position += record(file.from(position), position);
-        return _result;
+    FlightFile run() {
+        while (_reader.next()) look(_reader.opcode());
+        _result.defects = _reader.defects().inFileOrder();
+        return std::move(_result);
     }
 
 private:
-    /** Looks at the record at the beginning of `rest` and returns its length. */
-    std::size_t record(const Bytes& rest, std::size_t position) {
-        const unsigned int opcode = rest.number(0, 2);
-        const std::size_t length = rest.number(2, 2);
-        if (length == 0) {
-            endWithoutPop(rest.first(recordHeaderSize), position);
-            return 0;
-        }
-        if (length < recordHeaderSize) throwImpossibleLength(position);
-        const std::size_t wholeLength = lengthAsRead(opcode, length, rest);
-        if (wholeLength > rest.size()) throwEndsInside(position);
-        look(opcode, rest.first(length));
-        if (onRecord) onRecord(opcode, rest.first(length));
-        return wholeLength;
-    }
-
-    // The last record closes the last level; after it a file may go on with anything. A file that has no levels ends
-    // with its last byte, or with padding.
-    void endWithoutPop(const Bytes& rest, std::size_t position) {
-        if (_level > 0) throw FlightFileError("truncated: ends after " + std::to_string(position) + " bytes");
-        if (rest.size() < recordHeaderSize && !rest.areZeros()) throwEndsInside(position);
-        if (position == 0) throwImpossibleLength(position);
-        _done = true;
-    }
-
-    // How far OpenSceneGraph goes on: over a vertex palette by the palette's size alone.
-    static std::size_t lengthAsRead(unsigned int opcode, std::size_t length, const Bytes& rest) {
-        if (opcode == vertexPaletteOpcode) {
-            return std::max<std::size_t>(vertexPaletteRecordSize, rest.number(vertexPaletteSizeOffset, 4));
-        }
-        if (opcode == littleEndianPopLevelOpcode) return std::min(length, rest.size());
-        return length;
-    }
-
-    [[noreturn]] static void throwEndsInside(std::size_t position) {
-        throw FlightFileError("truncated: ends inside the record at byte " + std::to_string(position));
-    }
-    [[noreturn]] static void throwImpossibleLength(std::size_t position) {
-        throw FlightFileError("damaged: impossible record length at byte " + std::to_string(position));
-    }
-
-    void look(unsigned int opcode, const Bytes& record) {
-        if (opcode == headerOpcode) _revision = record.number(formatRevisionOffset, 4);
-        if (opcode == pushLevelOpcode) ++_level;
-        if ((opcode == popLevelOpcode || opcode == littleEndianPopLevelOpcode) && --_level <= 0) _done = true;
-        if (opcode == externalReferenceOpcode) _result.references.push_back(reference(record));
-        if (opcode == texturePaletteOpcode) _result.textures.push_back(record.text(nameOffset, nameSize));
+    void look(unsigned int opcode) {
+        if (opcode == headerOpcode) readHeader(_reader.record());
+        if (opcode == externalReferenceOpcode) _result.references.push_back(reference(_reader.record()));
+        if (opcode == texturePaletteOpcode) _result.textures.push_back(textIn(_reader.record(), nameOffset, nameSize));
         if (const auto palette = paletteOf(opcode)) {
             std::uint64_t& hash = _result.paletteHashes[static_cast<std::size_t>(*palette)];
-            hash = record.hash(hash == 0 ? Bytes::emptyHash : hash);
+            hash = hashOf(_reader.record(), hash == 0 ? emptyHash : hash);
         }
     }
 
-    FlightReference reference(const Bytes& record) const {
+    void readHeader(std::string_view record) {
+        _revision = bigEndian(record, formatRevisionOffset, 4);
+        if (record.size() >= formatRevisionOffset + 4) return;
+        tell(FlightDefectKind::ShortHeader, Severity::Error, "the header does not tell the format's revision");
+    }
+
+    FlightReference reference(std::string_view record) {
         FlightReference result;
-        result.name = record.text(nameOffset, nameSize);
+        result.name = textIn(record, nameOffset, nameSize);
+        result.offset = _reader.offset();
         const std::uint32_t flags = flagsOf(record);
         for (std::size_t i = 0; i < paletteKinds; ++i) {
             result.takesParents[i] =
                 _revision >= paletteFlags[i].sinceRevision && (flags & paletteFlags[i].ownBit) == 0;
         }
+        tellDefects(result.name, record.size());
         return result;
     }
 
-    std::uint32_t flagsOf(const Bytes& record) const {
-        if (_revision == revisionWithBadFlags || record.size() < referenceFlagsOffset) return allPalettesOwn;
-        // OpenSceneGraph's reader sees zeros behind a record's end.
-        return record.number(referenceFlagsOffset, 4, 0);
+    void tellDefects(const std::string& name, std::size_t recordSize) {
+        const std::string record = "the reference at byte " + std::to_string(_reader.offset());
+        if (recordSize < nameOffset + nameSize) {
+            tell(FlightDefectKind::ShortReference, Severity::Warning,
+                 record + " has " + std::to_string(recordSize) + " bytes instead of " + std::to_string(referenceSize));
+        } else if (name.size() == nameSize) {
+            tell(FlightDefectKind::LongName, Severity::Warning,
+                 record + " has a name that fills its 200 bytes and may have been cut off");
+        }
     }
 
+    void tell(FlightDefectKind kind, Severity severity, const std::string& message) {
+        _reader.defects().add(kind, severity, _reader.offset(), message);
+    }
+
+    std::uint32_t flagsOf(std::string_view record) const {
+        if (_revision == revisionWithBadFlags || record.size() < referenceFlagsOffset) return allPalettesOwn;
+        // OpenSceneGraph's reader sees zeros behind a record's end.
+        return bigEndian(record, referenceFlagsOffset, 4, 0);
+    }
+
+    FlightRecordReader _reader;
     FlightFile _result;
     std::uint32_t _revision = 0;
-    int _level = 0;
-    bool _done = false;
 };
+
+constexpr char pushLevelRecord[] = "\0\012\0\4";
+constexpr char popLevelRecord[] = "\0\013\0\4";
 
 /** Keeps the records that hand palettes on to one reference. */
 class PaletteKeeper {
@@ -218,13 +148,13 @@ public:
         if (isWanted(Palette::LightPointAppearance)) _kinds[static_cast<std::size_t>(Palette::Color)] = true;
     }
 
-    void take(unsigned int opcode, const Bytes& record) {
+    void take(unsigned int opcode, std::string_view record) {
         if (opcode == externalReferenceOpcode && _references++ == _reference) {
-            kept += std::string(pushLevelRecord, recordHeaderSize) + withoutName(record.asString());
+            kept += std::string(pushLevelRecord, recordHeaderSize) + withoutName(std::string(record));
             return;
         }
         const auto palette = paletteOf(opcode);
-        if (opcode == headerOpcode || (palette && isWanted(*palette))) kept += record.asString();
+        if (opcode == headerOpcode || (palette && isWanted(*palette))) kept += record;
     }
 
     std::string kept;
@@ -246,42 +176,23 @@ private:
     std::size_t _references = 0;
 };
 
-std::string readWhole(const std::filesystem::path& path) {
-    std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (status.type() == std::filesystem::file_type::not_found) throw FlightFileError("no such file");
-    if (error) throw FlightFileError(error.message());
-    if (std::filesystem::is_directory(status)) throw FlightFileError("is a folder");
-    if (!std::filesystem::is_regular_file(status)) throw FlightFileError("is not a regular file");
-
-    const std::uintmax_t size = std::filesystem::file_size(path, error);
-    if (error) throw FlightFileError(error.message());
-
-    errno = 0;
-    std::ifstream stream(path, std::ios::binary);
-    std::string bytes(size, '\0');
-    stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (!stream) {
-        throw FlightFileError(errno != 0 ? std::strerror(errno) : "cannot be read");
-    }
-    if (bytes.empty()) throw FlightFileError("empty file");
-    return bytes;
-}
-
 }  // namespace
 
 std::string palettesHandedOn(const std::filesystem::path& path, std::size_t reference, const PerPalette<bool>& kinds) {
-    const std::string bytes = readWhole(path);
+    FileBytes bytes(path);
+    FlightRecordReader reader(bytes);
     PaletteKeeper keeper(reference, kinds);
-    Scan scan;
-    scan.onRecord = [&](unsigned int opcode, const Bytes& record) { keeper.take(opcode, record); };
-    scan.run({bytes.data(), bytes.size()});
+    while (reader.next()) keeper.take(reader.opcode(), reader.record());
     return keeper.kept + std::string(popLevelRecord, recordHeaderSize);
 }
 
 FlightFile scanFlightFile(const std::filesystem::path& path) {
-    const std::string bytes = readWhole(path);
-    return Scan().run({bytes.data(), bytes.size()});
+    FileBytes bytes(path);
+    return scanFlightFile(bytes);
+}
+
+FlightFile scanFlightFile(ByteSource& bytes) {
+    return Scan(bytes).run();
 }
 
 }  // namespace veltrane::sceneutils::tool

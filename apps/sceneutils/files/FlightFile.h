@@ -1,9 +1,12 @@
 #pragma once
 
+#include "ByteSource.h"
+#include "FlightDefect.h"
+#include "FlightFileError.h"
+
 #include <array>
 #include <cstdint>
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -20,6 +23,7 @@ using PerPalette = std::array<T, paletteKinds>;
 /** An external-reference record. */
 struct FlightReference {
     std::string name;                 ///< the file name as it is stored
+    std::uint64_t offset = 0;         ///< of the record in the file
     PerPalette<bool> takesParents{};  ///< which of the referring file's palettes the referenced file takes
 };
 
@@ -35,12 +39,7 @@ struct FlightFile {
     std::vector<std::string> textures;          ///< as the texture palette names them
     PerPalette<std::uint64_t> paletteHashes{};  ///< of the palette records' bytes; 0: the file has no such palette
     std::uintmax_t bytes = 0;
-};
-
-/** Says in a few words why a file is no whole OpenFlight file. */
-class FlightFileError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
+    std::vector<FlightDefect> defects;  ///< what does not keep it from being read, in file order
 };
 
 /**
@@ -52,7 +51,14 @@ public:
  */
 std::string palettesHandedOn(const std::filesystem::path& path, std::size_t reference, const PerPalette<bool>& kinds);
 
-/** Walks the file's records. Throws FlightFileError; nothing in a file can make it read out of bounds. */
+/**
+ * Walks the file's records. Nothing in a file can make it read out of bounds, and what it keeps is bounded by a
+ * multiple of the file's size.
+ * @throws FlightFileError if the file cannot be read or is no whole OpenFlight file
+ */
 FlightFile scanFlightFile(const std::filesystem::path& path);
+
+/** The same for bytes from elsewhere. */
+FlightFile scanFlightFile(ByteSource& bytes);
 
 }  // namespace veltrane::sceneutils::tool

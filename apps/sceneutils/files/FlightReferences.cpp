@@ -14,6 +14,7 @@ namespace veltrane::sceneutils::tool {
 namespace {
 
 constexpr const char* flightEnding = ".flt";
+constexpr std::size_t deepestLevel = 100;
 
 class ReferenceWalk {
 public:
@@ -25,6 +26,9 @@ public:
         if (std::find(_open.begin(), _open.end(), file) != _open.end())
             throw FlightFileError(path.string() + ": refers to itself" + wayTo(file));
 
+        if (_open.size() > deepestLevel)
+            throw FlightFileError(path.string() + ": referred to over more than " + std::to_string(deepestLevel) +
+                                  " levels");
         _open.push_back(file);
         for (const FlightReference& reference : scan(path).references) {
             if (!_followsReferences) break;

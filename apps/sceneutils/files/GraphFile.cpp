@@ -3,10 +3,12 @@
 #include "../Command.h"
 #include "../shaders/ProgramList.h"
 #include "FlightReferences.h"
+#include "FormatFit.h"
 #include "OsgMessages.h"
 #include "OutputFormat.h"
 #include "PlainText.h"
 #include "PortableNames.h"
+#include "TextFormatClasses.h"
 
 #include <osgDB/FileNameUtils>
 #include <osgDB/FileUtils>
@@ -28,6 +30,7 @@ namespace veltrane::sceneutils::tool {
 namespace {
 
 constexpr const char* flightEnding = "flt";
+constexpr const char* textEnding = "osg";
 
 std::string endingOf(const fs::path& path) {
     return osgDB::getLowerCaseFileExtension(path.string());
@@ -56,8 +59,11 @@ void checkFlightFiles(const fs::path& path, References references) {
     }
 }
 
-/** Notices files that refer to themselves: reading them would never end. */
-class RingGuard : public osgDB::ReadFileCallback {
+/**
+ * Stands by while a file, and what it refers to, is read. Notices files that refer to themselves: reading them would
+ * never end. Notes in what a file holds where the files lie that it names.
+ */
+class ReadingGuard : public osgDB::ReadFileCallback {
 public:
     ReaderWriter::ReadResult readNode(const std::string& name, const osgDB::Options* options) override {
         return guard(name, options, [&] {
@@ -91,8 +97,9 @@ private:
             return ReaderWriter::ReadResult::ERROR_IN_READING_FILE;
         }
         _open.emplace_back(found, file);
-        const ReaderWriter::ReadResult result = read();
+        ReaderWriter::ReadResult result = read();
         _open.pop_back();
+        if (result.validNode()) resolveNames(*result.getNode(), fs::path(found).parent_path());
         return result;
     }
 
@@ -126,6 +133,12 @@ std::string reasonOf(ReaderWriter::ReadResult& result, const fs::path& path) {
     return "holds no graph that OpenSceneGraph can read";
 }
 
+// The writers of the other formats say so themselves.
+void tellUnknownClass(osg::Node& graph) {
+    const std::string unknown = classUnknownToTextFormat(graph);
+    if (!unknown.empty()) OSG_WARN << "Unknown class " << unknown << std::endl;
+}
+
 }  // namespace
 
 osg::ref_ptr<osg::Node> readGraph(const fs::path& path, References references, osg::Referenced* parentPalettes) {
@@ -136,23 +149,24 @@ osg::ref_ptr<osg::Node> readGraph(const fs::path& path, References references, o
     if (references == References::Leave)
         options->setOptionString("keepExternalReferences noLoadExternalReferenceFiles");
 
-    const osg::ref_ptr<RingGuard> ringGuard = new RingGuard;
-    if (references == References::Load) options->setReadFileCallback(ringGuard);
+    const osg::ref_ptr<ReadingGuard> guard = new ReadingGuard;
+    if (references == References::Load) options->setReadFileCallback(guard);
     osgDB::Registry::instance()->clearObjectCache();  // in which plug-ins keep what they read, whatever the options say
     const OsgMessages messages;
     ReaderWriter::ReadResult result = readCatching(path, options);
-    if (!ringGuard->problem().empty()) throw CommandError(ExitStatus::InputUnreadable, ringGuard->problem());
+    if (!guard->problem().empty()) throw CommandError(ExitStatus::InputUnreadable, guard->problem());
     if (!result.validNode()) failToRead(path, reasonOf(result, path));
     for (const std::string& line : messages.lines())
         std::cerr << "sceneutils: " << withoutControlCharacters(path.string() + ": " + line) << "\n";
-    resolveImageNames(*result.getNode(), path.parent_path());
+    if (references == References::Leave) resolveNames(*result.getNode(), path.parent_path());
     return result.getNode();
 }
 
 void writeGraph(osg::ref_ptr<osg::Node> graph, const fs::path& path, bool mayOverwrite) {
     const fs::path folder = fs::absolute(path).parent_path();
-    graph = withPortableNames(graph, folder);
+    graph = fitForFormat(withPortableNames(graph, folder), endingOf(path));
     const auto write = [&](ReaderWriter& writer, auto& to, const osgDB::Options* options) {
+        if (endingOf(path) == textEnding) tellUnknownClass(*graph);
         return writer.writeNode(*graph, to, options);
     };
     writeOutput(path, mayOverwrite, {write, write});

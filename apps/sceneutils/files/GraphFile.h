@@ -25,8 +25,9 @@ osg::ref_ptr<osg::Node> readGraph(const std::filesystem::path& path, References 
  * Writes a graph, whole or not at all, in the format that the name's ending says. Missing folders are made. Before a
  * long work checkOutput() tells what will hinder it.
  *
- * Changes names in the graph to what the file has to hold: loaded external references become part of the graph, other
- * references and the images named in it are named relative to the file's folder.
+ * Changes the graph to what the file can hold: loaded external references become part of the graph, other references
+ * and the images named in it are named relative to the file's folder, and what the format holds in one form only is
+ * brought into it, see fitForFormat().
  * @throws CommandError with OutputNotWritten
  */
 void writeGraph(osg::ref_ptr<osg::Node> graph, const std::filesystem::path& path, bool mayOverwrite);

@@ -27,6 +27,15 @@ void allowDeepGraphs() {
     setrlimit(RLIMIT_STACK, &stack);
 }
 
+constexpr char writingMark = 'w';  // no status
+
+// In the process that does the work.
+const MessageSender* senderOfWork = nullptr;
+
+void tellWriting(const std::string& output) {
+    if (senderOfWork) senderOfWork->send(writingMark + output);
+}
+
 std::string asMessage(ExitStatus status, const std::string& problem) {
     return static_cast<char>(status) + problem;
 }
@@ -59,27 +68,50 @@ void removeUnfinishedFiles(const std::vector<fs::path>& folders, int pid) {
     }
 }
 
+/** What there is to say about work that ended before its time. */
+[[noreturn]] void throwEarlyEnd(const std::string& input, const std::string& output, int signal, unsigned int seconds) {
+    const ExitStatus status = output.empty() ? ExitStatus::InputUnreadable : ExitStatus::OutputNotWritten;
+    const std::string limit = std::to_string(seconds) + " s of processor time";
+    const std::string reason = signal != 0 ? strsignal(signal) : "ended early";
+    if (signal == SIGXCPU && output.empty())
+        throw CommandError(status, input + ": takes more than " + limit + "; it may be damaged");
+    if (signal == SIGXCPU) throw CommandError(status, output + ": could not be written within " + limit);
+    if (output.empty())
+        throw CommandError(status, input + ": OpenSceneGraph crashes on it (" + reason + "); it may be damaged");
+    throw CommandError(status, output + ": OpenSceneGraph crashes while writing it (" + reason + ")");
+}
+
 }  // namespace
+
+WritingNote::WritingNote(const fs::path& output) {
+    tellWriting(output.string());
+}
+
+WritingNote::~WritingNote() {
+    tellWriting("");
+}
 
 ExitStatus runGuarded(const std::string& input, const std::vector<fs::path>& outputFolders,
                       const std::function<ExitStatus()>& work, unsigned int seconds) {
     std::optional<std::string> outcome;
+    std::string writing;
     const ChildEnd end = runInChild(
         seconds,
         [&](const MessageSender& sender) {
             allowDeepGraphs();
+            senderOfWork = &sender;
             sender.send(outcomeOf(work));
         },
-        [&](const std::string& message) { outcome = message; });
+        [&](const std::string& message) {
+            if (message.front() == writingMark) {
+                writing = message.substr(1);
+            } else {
+                outcome = message;
+            }
+        });
     if (!outcome) {
         removeUnfinishedFiles(outputFolders, end.pid);
-        if (end.signal == SIGXCPU) {
-            throw CommandError(ExitStatus::InputUnreadable, input + ": takes more than " + std::to_string(seconds) +
-                                                                " s of processor time; it may be damaged");
-        }
-        const std::string reason = end.signal != 0 ? strsignal(end.signal) : "ended early";
-        throw CommandError(ExitStatus::InputUnreadable,
-                           input + ": OpenSceneGraph crashes on it (" + reason + "); it may be damaged");
+        throwEarlyEnd(input, writing, end.signal, seconds);
     }
     const auto status = static_cast<ExitStatus>(outcome->front());
     if (outcome->size() > 1) throw CommandError(status, outcome->substr(1));

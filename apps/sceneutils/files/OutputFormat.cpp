@@ -1,6 +1,7 @@
 #include "OutputFormat.h"
 
 #include "../Command.h"
+#include "GuardedWork.h"
 #include "OsgMessages.h"
 #include "PlainText.h"
 #include "WholeFile.h"
@@ -54,17 +55,28 @@ bool isWrittenAsStream(const fs::path& path) {
     return endings.count(endingOf(path)) != 0;
 }
 
-void checkResult(const ReaderWriter::WriteResult& result, const fs::path& path) {
+void checkResult(const ReaderWriter::WriteResult& result, const fs::path& path, const OsgMessages& messages) {
     if (result.success()) return;
-    const std::string reason = result.message().empty() ? "" : ": " + result.message();
+    const std::string told = result.message().empty() ? toldLoss(messages) : result.message();
+    const std::string reason = told.empty() ? "" : ": " + withoutControlCharacters(told);
     failToWrite(path, "OpenSceneGraph cannot write this as '." + endingOf(path) + "'" + reason);
+}
+
+// A writer of one of OpenSceneGraph's own formats that has to tell something has left something out.
+void checkNothingIsLost(const fs::path& path, const OsgMessages& messages) {
+    const std::string loss = toldLoss(messages);
+    if (loss.empty()) return;
+    failToWrite(path, "OpenSceneGraph cannot write all of this as '." + endingOf(path) +
+                          "': " + withoutControlCharacters(loss));
 }
 
 void writeStream(const fs::path& path, bool mayOverwrite, const decltype(OutputCalls::toStream)& write) {
     WholeFile file(path, mayOverwrite);
+    const OsgMessages messages;
     const ReaderWriter::WriteResult result = write(*findWriter(path), file.stream(), writerOptions(path).get());
     file.stream().flush();
-    if (file.stream()) checkResult(result, path);
+    if (file.stream()) checkResult(result, path, messages);
+    if (file.stream()) checkNothingIsLost(path, messages);
     file.commit();
 }
 
@@ -103,7 +115,7 @@ void writeFiles(const fs::path& path, bool mayOverwrite, const decltype(OutputCa
     const Workshop workshop(path);
     const fs::path made = workshop.path() / path.filename();
     const OsgMessages messages;
-    checkResult(write(*findWriter(path), made.string(), writerOptions(path).get()), path);
+    checkResult(write(*findWriter(path), made.string(), writerOptions(path).get()), path, messages);
     for (const std::string& line : messages.lines())
         std::cerr << "sceneutils: " << withoutControlCharacters(path.string() + ": " + line) << "\n";
     std::error_code error;
@@ -140,8 +152,18 @@ void checkIsNative(const fs::path& path, const std::string& kept) {
                            kept);
 }
 
+std::string toldLoss(const OsgMessages& messages) {
+    // The .ive writer tells this of every plain node, and writes it whole.
+    static const std::string harmless = "Unknown node in DataOutputStream::writeNode(..), className()=Node";
+    for (const std::string& line : messages.lines()) {
+        if (line != harmless) return line;
+    }
+    return "";
+}
+
 void writeOutput(const fs::path& path, bool mayOverwrite, const OutputCalls& calls) {
     checkOutput(path, mayOverwrite);
+    const WritingNote note(path);
     try {
         if (isWrittenAsStream(path)) {
             writeStream(path, mayOverwrite, calls.toStream);

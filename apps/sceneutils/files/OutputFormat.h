@@ -1,5 +1,7 @@
 #pragma once
 
+#include "OsgMessages.h"
+
 #include <osgDB/Options>
 #include <osgDB/ReaderWriter>
 
@@ -23,6 +25,9 @@ void checkOutput(const std::filesystem::path& path, bool mayOverwrite);
  */
 void checkIsNative(const std::filesystem::path& path, const std::string& kept);
 
+/** The first line by which a writer of OpenSceneGraph says that it lost something; empty: there is none. */
+std::string toldLoss(const OsgMessages& messages);
+
 /** How a plug-in is told to write, into a stream and as a file of that name. */
 struct OutputCalls {
     std::function<osgDB::ReaderWriter::WriteResult(osgDB::ReaderWriter&, std::ostream&, const osgDB::Options*)>
@@ -33,7 +38,7 @@ struct OutputCalls {
 
 /**
  * Writes an output, whole or not at all, in the format that the name's ending says. Missing folders are made.
- * @throws CommandError with OutputNotWritten
+ * @throws CommandError with OutputNotWritten; also if OpenSceneGraph tells that something of it was lost
  */
 void writeOutput(const std::filesystem::path& path, bool mayOverwrite, const OutputCalls& calls);
 

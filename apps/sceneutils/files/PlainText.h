@@ -10,6 +10,12 @@ namespace veltrane::sceneutils::tool {
 /** A name from a damaged file can hold anything; one problem is one line, and a terminal is not to be steered by it. */
 std::string withoutControlCharacters(std::string text);
 
+/**
+ * The same for text in which such characters are what it is about: a line feed becomes "\n", and what else could steer
+ * a terminal, change the direction of writing, or is not UTF-8, becomes "\x1b" byte by byte.
+ */
+std::string withVisibleControlCharacters(const std::string& text);
+
 /** The shortest text without an exponent that reads back as the same number. */
 std::string asText(float number);
 

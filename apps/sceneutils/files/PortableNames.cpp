@@ -86,7 +86,13 @@ void settleImages(osg::Node& graph, const fs::path& folder) {
 
 }  // namespace
 
-void resolveImageNames(osg::Node& root, const fs::path& folder) {
+void resolveNames(osg::Node& root, const fs::path& folder) {
+    ReferenceCollector references;
+    root.accept(references);
+    const std::string databasePath = folder.empty() ? "." : folder.string();
+    for (const osg::ref_ptr<osg::ProxyNode>& proxy : references.proxies) {
+        if (proxy->getDatabasePath().empty()) proxy->setDatabasePath(databasePath);
+    }
     ImageCollector collector;
     root.accept(collector);
     for (const osg::ref_ptr<osg::Image>& image : collector.images) {

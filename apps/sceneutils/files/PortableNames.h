@@ -7,8 +7,11 @@
 
 namespace veltrane::sceneutils::tool {
 
-/** Makes the names of images absolute that a file in `folder` names relatively, if they exist. */
-void resolveImageNames(osg::Node& root, const std::filesystem::path& folder);
+/**
+ * Notes where the files lie that a file in `folder` names relatively: images that exist get absolute names, external
+ * references without a database path get that folder as theirs.
+ */
+void resolveNames(osg::Node& root, const std::filesystem::path& folder);
 
 /**
  * Changes the names in a graph to what a file in `folder` has to hold, so that the folder can be moved as one: other

@@ -60,6 +60,8 @@ void checkOutputPath(const fs::path& path, bool mayOverwrite) {
 
     const auto status = fs::symlink_status(path, error);
     if (fs::is_directory(path, error)) fail(path, "is a folder");
+    if (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_symlink(status))
+        fail(path, "is neither a file nor a folder");
     if (fs::exists(status) && !mayOverwrite) fail(path, "exists already; pass --overwrite to replace it");
 }
 
