@@ -36,6 +36,7 @@ private:
 void addAxesCommand(CLI::App& app, ExitStatus& result);
 void addBoundsCommand(CLI::App& app, ExitStatus& result);
 void addConvertCommand(CLI::App& app, ExitStatus& result);
+void addConvertJobCommand(CLI::App& app, ExitStatus& result);
 void addExportCommand(CLI::App& app, ExitStatus& result);
 void addFindCommand(CLI::App& app, ExitStatus& result);
 void addInfoCommand(CLI::App& app, ExitStatus& result);

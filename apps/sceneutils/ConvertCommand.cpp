@@ -4,6 +4,9 @@
 #include "convert/ConversionPlan.h"
 #include "convert/ConversionReport.h"
 #include "convert/DatabaseConversion.h"
+#include "convert/ParallelConversion.h"
+#include "convert/Progress.h"
+#include "files/Interruption.h"
 #include "files/PlainText.h"
 #include "files/WholeFile.h"
 
@@ -11,12 +14,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <csignal>
+#include <cstdint>
 #include <iostream>
 #include <memory>
-#include <set>
-
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -28,21 +28,12 @@ struct ConvertArguments {
     ConversionOptions options;
     std::string report;
     bool noSmooth = false;
+    unsigned int jobs = 0;  // 0: one file after the other, with nothing remembered
+    unsigned int jobSeconds = 0;
+    std::uint64_t jobMemory = 0;  // MiB
+    std::string launcher;
+    bool isDryRun = false;
 };
-
-pid_t processOfTheUser = 0;
-
-// The processes that convert the files have this handler too. Each waits for the one that it has started: when the
-// tool has ended, nothing of it is still at work.
-extern "C" void endOnSignal(int) {
-    constexpr char message[] = "sceneutils: interrupted\n";
-    endRunningChild();
-    removeUnfinishedFile();
-    if (getpid() == processOfTheUser && write(STDERR_FILENO, message, sizeof message - 1) < 0) {
-        // There is nobody left to tell.
-    }
-    _exit(static_cast<int>(ExitStatus::Interrupted));
-}
 
 std::string checkRange(const std::string& text) {
     float range = 0.0f;
@@ -50,49 +41,12 @@ std::string checkRange(const std::string& text) {
     return isGood ? std::string() : "'" + text + "' is no number of at least 0";
 }
 
-/** Tells what fails as soon as it does, and on a terminal how far the conversion has come. */
-class Progress {
-public:
-    explicit Progress(const ConversionPlan& plan) : _plan(plan), _isTerminal(isatty(STDERR_FILENO) != 0) {}
-    ~Progress() { clearLine(); }
-    Progress(const Progress&) = delete;
-    Progress& operator=(const Progress&) = delete;
+constexpr unsigned int mostJobs = 1024;
 
-    void show(const FileResult& result) {
-        ++_done;
-        clearLine();
-        const PlannedFile& file = _plan.files[result.file];
-        if (!result.problem.empty()) tell(failure(file, result));
-        for (const std::string& texture : result.texturesMissing) {
-            if (!_missingTextures.insert(texture).second) continue;
-            tell(file.name + ": texture " + texture + " is missing or unreadable");
-        }
-        if (_isTerminal)
-            std::cerr << "[" << _done << "/" << _plan.files.size() << "] " << withoutControlCharacters(file.name)
-                      << std::flush;
-    }
-
-private:
-    static void tell(const std::string& problem) {
-        std::cerr << "sceneutils: " << withoutControlCharacters(problem) << "\n";
-    }
-
-    std::string failure(const PlannedFile& file, const FileResult& result) const {
-        // A problem with an output names the output.
-        if (result.isOutputProblem) return result.problem;
-        const std::string namedBy = file.namedBy == noFile ? "" : " (named by " + _plan.files[file.namedBy].name + ")";
-        return file.name + namedBy + ": " + result.problem;
-    }
-
-    void clearLine() const {
-        if (_isTerminal) std::cerr << "\r\033[K";
-    }
-
-    const ConversionPlan& _plan;
-    bool _isTerminal;
-    std::size_t _done = 0;
-    std::set<std::string> _missingTextures;
-};
+std::string checkLauncher(const std::string& text) {
+    const bool isGood = withoutControlCharacters(text) == text && text.find_first_not_of(' ') != std::string::npos;
+    return isGood ? std::string() : "is no command in one line";
+}
 
 fs::path placeOf(const std::string& report) {
     std::error_code error;
@@ -134,25 +88,72 @@ ExitStatus statusOf(const ConversionReport& report) {
     return report.filesFailed() == 0 ? ExitStatus::Done : ExitStatus::DonePartly;
 }
 
+ScheduleSettings scheduleOf(const ConvertArguments& arguments) {
+    ScheduleSettings settings;
+    settings.jobs = arguments.jobs;
+    settings.launcher = arguments.launcher;
+    settings.job.limits = ChildLimits(arguments.options.secondsPerFile);
+    settings.job.limits.seconds = arguments.jobSeconds;
+    settings.job.limits.memoryBytes = arguments.jobMemory * bytesPerMiB;
+    settings.job.mayOverwrite = arguments.options.overwrite;
+    settings.job.isVerbose = arguments.options.verbose;
+    return settings;
+}
+
+ExitStatus runInJobs(const ConvertArguments& arguments, const ConversionPlan& plan) {
+    checkReportPath(plan, arguments.report);
+    ParallelConversion conversion(plan, scheduleOf(arguments));
+    if (arguments.isDryRun) {
+        conversion.explain(std::cout);
+        return ExitStatus::Done;
+    }
+    ConversionReport report;
+    std::size_t done = 0;
+    {
+        Progress progress(plan, conversion.filesToDo(), Progress::Lines::Always);
+        report = conversion.run([&](const FileResult& result) {
+            done += result.problem.empty() ? 1 : 0;
+            progress.show(result);
+        });
+    }
+    writeSummary(std::cout, plan, report, report.filesRead() - done);
+    writeReport(plan, report, arguments.report);
+    return statusOf(report);
+}
+
+ExitStatus runInOrder(const ConvertArguments& arguments, const ConversionPlan& plan) {
+    checkReportPath(plan, arguments.report);
+    ConversionReport report;
+    {
+        Progress progress(plan, plan.files.size(), Progress::Lines::OnTerminal);
+        report = DatabaseConversion(plan, [&](const FileResult& result) { progress.show(result); }).run();
+    }
+    writeSummary(std::cout, plan, report);
+    writeReport(plan, report, arguments.report);
+    return statusOf(report);
+}
+
+void checkUsage(const ConvertArguments& arguments) {
+    if (arguments.jobs > 0) return;
+    const bool needsJobs =
+        arguments.jobSeconds > 0 || arguments.jobMemory > 0 || !arguments.launcher.empty() || arguments.isDryRun;
+    if (needsJobs) {
+        throw CommandError(ExitStatus::Usage,
+                           "--job-timeout, --job-memory, --launcher and --dry-run need --jobs (see --help)");
+    }
+}
+
 ExitStatus runConvert(const ConvertArguments& arguments) {
+    checkUsage(arguments);
     ConversionOptions options = arguments.options;
     options.smooth = !arguments.noSmooth;
-    processOfTheUser = getpid();
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, endOnSignal);
-    std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes shows in the write that fails
+    // The processes that convert the files have the handlers too. Each waits for the one that it has started: when the
+    // tool has ended, nothing of it is still at work.
+    endCleanlyOnSignals();
 
-    const ConversionPlan plan = planConversion(options);
     try {
-        checkReportPath(plan, arguments.report);
-
-        ConversionReport report;
-        {
-            Progress progress(plan);
-            report = DatabaseConversion(plan, [&](const FileResult& result) { progress.show(result); }).run();
-        }
-        writeSummary(std::cout, plan, report);
-        writeReport(plan, report, arguments.report);
-        return statusOf(report);
+        if (arguments.jobs > 0) return runInJobs(arguments, planFiles(options));
+        return runInOrder(arguments, planConversion(options));
     } catch (const OutputError& error) {
         throw CommandError(ExitStatus::OutputNotWritten, error.what());
     }
@@ -183,6 +184,21 @@ void addConvertCommand(CLI::App& app, ExitStatus& result) {
     command->add_option("--time-limit", options.secondsPerFile, "Processor time that one file may take, in seconds")
         ->check(CLI::Range(1u, 86400u))
         ->capture_default_str();
+    command
+        ->add_option("--jobs", arguments->jobs,
+                     "Convert that many files at a time, and only what a run before has not done; needs Ninja")
+        ->check(CLI::Range(1u, mostJobs));
+    command
+        ->add_option("--job-timeout", arguments->jobSeconds,
+                     "With --jobs: time by the clock that one file may take, in seconds")
+        ->check(CLI::Range(1u, 86400u));
+    command->add_option("--job-memory", arguments->jobMemory, "With --jobs: memory that one file may take, in MiB")
+        ->check(CLI::Range(std::uint64_t{16}, std::uint64_t{1} << 24));
+    command
+        ->add_option("--launcher", arguments->launcher,
+                     "With --jobs: a command that is put in front of each job's, as \"nice -n 10\"")
+        ->check(CLI::Validator(checkLauncher, "COMMAND"));
+    command->add_flag("--dry-run", arguments->isDryRun, "With --jobs: only say what would be done, and why");
     command->add_flag("--verbose", options.verbose, "Show the messages of the library and of OpenSceneGraph");
     command->footer(
         std::string(

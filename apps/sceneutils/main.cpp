@@ -42,6 +42,7 @@ int main(int argc, char** argv) {
     addAxesCommand(app, result);
     addBoundsCommand(app, result);
     addConvertCommand(app, result);
+    addConvertJobCommand(app, result);
     addExportCommand(app, result);
     addFindCommand(app, result);
     addInfoCommand(app, result);

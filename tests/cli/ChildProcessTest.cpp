@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
@@ -351,4 +352,64 @@ TEST(RunInChild, ThrowsWhenNoProcessCanBeHad) {
         parent.send(std::to_string(openFiles() - before) + " files left open");
     });
     EXPECT_THAT(messages, ElementsAre("cannot start a process: Resource temporarily unavailable", "0 files left open"));
+}
+
+TEST(RunInChild, EndsAChildThatTakesTooLongByTheClock) {
+    ChildLimits limits(plenty);
+    limits.seconds = 1;
+    const auto start = std::chrono::steady_clock::now();
+    const ChildEnd end = runInChild(
+        limits, [](const MessageSender&) { pause(); }, ignoreMessage);
+    EXPECT_TRUE(end.tookTooLong);
+    EXPECT_EQ(end.signal, SIGKILL);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+TEST(RunInChild, LeavesAChildAloneThatKeepsToItsTime) {
+    ChildLimits limits(plenty);
+    limits.seconds = 30;
+    std::string message;
+    const ChildEnd end = runInChild(
+        limits, [](const MessageSender& parent) { parent.send("done"); },
+        [&](const std::string& sent) { message = sent; });
+    EXPECT_FALSE(end.tookTooLong);
+    EXPECT_EQ(end.exitStatus, 0);
+    EXPECT_EQ(message, "done");
+}
+
+TEST(RunInChild, EndsAChildThatNeedsMoreMemory) {
+    if (!canLimitMemory()) return;
+    ChildLimits limits(plenty);
+    limits.memoryBytes = 200 * bytesPerMiB;
+    const auto memoryOf = [&](std::size_t bytes) {
+        return runInChild(
+            limits, [=](const MessageSender&) { std::vector<char>(bytes, 'x').data()[0] = 'y'; }, ignoreMessage);
+    };
+    EXPECT_TRUE(memoryOf(300 * bytesPerMiB).neededMoreMemory);
+    EXPECT_EQ(memoryOf(300 * bytesPerMiB).exitStatus, 1);
+    EXPECT_FALSE(memoryOf(50 * bytesPerMiB).neededMoreMemory);
+    EXPECT_EQ(memoryOf(50 * bytesPerMiB).exitStatus, 0);
+}
+
+namespace {
+
+std::vector<std::string> linesOf(const std::vector<std::string>& program) {
+    std::vector<std::string> lines;
+    runProgram(program, [&](const std::string& line) { lines.push_back(line); });
+    return lines;
+}
+
+}  // namespace
+
+TEST(RunProgram, HandsOnWhatItWritesLineByLine) {
+    EXPECT_THAT(linesOf({"sh", "-c", "echo one; echo two >&2; printf 'three'"}), ElementsAre("one", "two", "three"));
+    EXPECT_THAT(linesOf({"printf", "%s\n", "a b", "$HOME", ""}), ElementsAre("a b", "$HOME", ""));
+    EXPECT_THAT(linesOf({"true"}), IsEmpty());
+}
+
+TEST(RunProgram, TellsHowItEnded) {
+    const auto ignoreLine = [](const std::string&) {};
+    EXPECT_EQ(runProgram({"sh", "-c", "exit 7"}, ignoreLine).exitStatus, 7);
+    EXPECT_EQ(runProgram({"sh", "-c", "kill -9 $$"}, ignoreLine).signal, SIGKILL);
+    EXPECT_EQ(runProgram({"/no/such/program"}, ignoreLine).exitStatus, 127);
 }

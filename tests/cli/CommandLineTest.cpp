@@ -50,14 +50,20 @@ TEST(CommandLine, HelpListsTheCommandsAndExitStatuses) {
         EXPECT_THAT(result.output, HasSubstr(word));
 }
 
+TEST(CommandLine, HelpDoesNotListWhatIsNotForPeople) {
+    EXPECT_THAT(runTool({"--help"}).output, testing::Not(HasSubstr("convert-job")));
+}
+
 TEST(CommandLine, HelpOfConvertListsEveryOptionWithItsDefault) {
     const ToolResult result = runTool({"convert", "--help"});
 
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors, "");
-    for (const char* word :
-         {"INPUT", "OUTPUT", "--recurse", "--convert-references", "--max-range", "=10000", "--no-smooth", "--overwrite",
-          "--report", "--time-limit", "=600", "--verbose", "--help", "in seconds", "length unit"})
+    for (const char* word : {"INPUT",         "OUTPUT",       "--recurse",   "--convert-references",
+                             "--max-range",   "=10000",       "--no-smooth", "--overwrite",
+                             "--report",      "--time-limit", "=600",        "--jobs",
+                             "--job-timeout", "--job-memory", "--launcher",  "--dry-run",
+                             "--verbose",     "--help",       "in seconds",  "length unit"})
         EXPECT_THAT(result.output, HasSubstr(word));
 }
 
@@ -90,6 +96,15 @@ TEST(CommandLine, RefusesRangesAndTimesThatMakeNoSense) {
         EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "--max-range", range}), HasSubstr("--max-range"));
     for (const char* seconds : {"0", "-1", "86401", "1.5", "soon"})
         EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "--time-limit", seconds}), HasSubstr("--time-limit"));
+    for (const char* jobs : {"0", "-1", "1025", "many"})
+        EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "--jobs", jobs}), HasSubstr("--jobs"));
+    EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "--jobs", "1", "--job-memory", "15"}),
+                HasSubstr("--job-memory"));
+    EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "--jobs", "1", "--job-timeout", "0"}),
+                HasSubstr("--job-timeout"));
+    for (const char* launcher : {"", "  ", "a\nb"})
+        EXPECT_THAT(usageError({"convert", "a.flt", "a.ive", "--jobs", "1", "--launcher", launcher}),
+                    HasSubstr("--launcher"));
 }
 
 TEST(PlainText, HasNoControlCharactersAndKeepsEverythingElse) {

@@ -598,13 +598,10 @@ TEST(ConversionPlan, NamesAReferenceIntoAFolderThatLeadsNowhere) {
 }
 
 TEST(MirroredPath, KeepsTheFilesOwnName) {
-    ConversionPlan plan;
-    plan.inputFolder = "/db/world";
-    plan.outputFolder = "/out";
-    EXPECT_EQ(mirroredPath(plan, "/db/world/textures/a.png"), "/out/textures/a.png");
-    EXPECT_EQ(mirroredPath(plan, "/db/a.png"), "/out/_parent/a.png");
-    EXPECT_EQ(mirroredPath(plan, "/a.png"), "/out/_parent/_parent/a.png");
-    EXPECT_EQ(mirroredPath(plan, "/db/other/a.png"), "/out/_parent/other/a.png");
+    EXPECT_EQ(mirroredPath("/db/world", "/out", "/db/world/textures/a.png"), "/out/textures/a.png");
+    EXPECT_EQ(mirroredPath("/db/world", "/out", "/db/a.png"), "/out/_parent/a.png");
+    EXPECT_EQ(mirroredPath("/db/world", "/out", "/a.png"), "/out/_parent/_parent/a.png");
+    EXPECT_EQ(mirroredPath("/db/world", "/out", "/db/other/a.png"), "/out/_parent/other/a.png");
 }
 
 TEST(RelativeName, LeadsFromTheFolderToTheFile) {
@@ -612,4 +609,58 @@ TEST(RelativeName, LeadsFromTheFolderToTheFile) {
     EXPECT_EQ(relativeName("/out/a.ive", "/out/tiles/r1"), "../../a.ive");
     EXPECT_EQ(relativeName("/out/a.ive", "/out"), "a.ive");
     EXPECT_EQ(relativeName("/out/a\\b.ive", "/out"), "a\\b.ive");
+}
+
+TEST(ConversionPlan, KnowsWhichReferencesCloseACircle) {
+    const TemporaryDirectory folder;
+    model({"a.flt", "b.flt", "master.flt"}).write(folder / "db/master.flt");
+    model({"b.flt", "a.flt"}).write(folder / "db/a.flt");
+    model({"a.flt", "c.flt", "master.flt"}).write(folder / "db/b.flt");
+    model().write(folder / "db/c.flt");
+    const ConversionPlan plan = planConversion(recursively(folder));
+    const auto circlesOf = [&](const std::string& name) {
+        std::vector<bool> circles;
+        for (const PlannedReference& reference : fileNamed(plan, name).references)
+            circles.push_back(reference.closesCircle);
+        return circles;
+    };
+    EXPECT_THAT(circlesOf("master.flt"), ElementsAre(false, false, true));
+    EXPECT_THAT(circlesOf("a.flt"), ElementsAre(false, true));
+    EXPECT_THAT(circlesOf("b.flt"), ElementsAre(true, false, true));
+}
+
+TEST(ConversionPlan, KnowsFromWhichReferenceAFileHasItsPalettes) {
+    const TemporaryDirectory folder;
+    FlightRecords records;
+    records.record(FlightRecords::ColorPalette, "red").push().reference("b.flt");
+    records.reference("a.flt", ~FlightRecords::ownColors).pop().write(folder / "db/master.flt");
+    model().write(folder / "db/a.flt");
+    model().write(folder / "db/b.flt");
+    const ConversionPlan plan = planConversion(recursively(folder));
+    const PerPalette<bool> colorsOnly = {true};
+    EXPECT_EQ(fileNamed(plan, "a.flt").namedByReference, 1u);
+    EXPECT_EQ(fileNamed(plan, "a.flt").inheritsPalettes, colorsOnly);
+    EXPECT_NE(fileNamed(plan, "a.flt").inheritedPalettes, 0u);
+    EXPECT_EQ(fileNamed(plan, "b.flt").namedByReference, 0u);
+    EXPECT_EQ(fileNamed(plan, "b.flt").inheritsPalettes, PerPalette<bool>{});
+    EXPECT_EQ(fileNamed(plan, "b.flt").inheritedPalettes, 0u);
+}
+
+TEST(ConversionPlan, GivesATextureWhosePlaceIsTakenAnotherOne) {
+    const TemporaryDirectory folder;
+    FlightRecords master;
+    master.texture("_parent/a.png").push().reference("t.flt", ~FlightRecords::ownTextures).references({"u.flt"});
+    master.pop().write(folder / "db/master.flt");
+    FlightRecords().texture("../a.png").push().pop().write(folder / "db/t.flt");
+    model().write(folder / "db/u.flt");
+    saveBytes(folder / "a.png", "outside");
+    saveBytes(folder / "db/_parent/a.png", "inside");
+    const ConversionPlan plan = planConversion(recursively(folder));
+    // The file that is written first, which is not the master, has it as it should be.
+    ASSERT_EQ(plan.displacedTextures.size(), 1u);
+    EXPECT_EQ(plan.displacedTextures[0].first, folder / "db/_parent/a.png");
+    EXPECT_EQ(plan.displacedTextures[0].second, folder / "out/_parent/a-2.png");
+    EXPECT_THAT(plan.files[0].displacedTextures, ElementsAre(0u));
+    EXPECT_THAT(plan.files[1].displacedTextures, ElementsAre(0u)) << "it takes the master's textures";
+    EXPECT_THAT(plan.files[2].displacedTextures, IsEmpty());
 }

@@ -1,4 +1,4 @@
-#include "support/Conversions.h"
+#include "support/JobConversions.h"
 #include "support/TexturedModels.h"
 
 #include <sceneutils/CreatePagedLODVisitor.h>
@@ -180,6 +180,38 @@ TEST(ConvertPalettes, GiveAFileWithTwoSetsOfThemTwoOutputs) {
     EXPECT_THAT(paintOf(load(folder / "out/house.ive")), ElementsAre("grey 100 diffuse 0.25 blue"));
     EXPECT_THAT(paintOf(load(folder / "out/house-2.ive")), ElementsAre("grey 200 diffuse 0.75 blue"));
     EXPECT_THAT(paintOf(load(folder / "out/house-3.ive")), ElementsAre(ownPaint));
+}
+
+TEST(ConvertPalettes, AreTheSameInJobs) {
+    const TemporaryDirectory folder;
+    writePainted(folder / "in/master.flt", 50, 1.0f, storedRed, {"west/w.flt", "east.flt", "house.flt"});
+    writePainted(folder / "in/west/w.flt", 100, 0.25f, storedBlue, {"../house.flt", "../shed.flt"});
+    writePainted(folder / "in/east.flt", 200, 0.75f, storedBlue, {"house.flt"});
+    writePainted(folder / "in/house.flt", 150, 0.5f, storedRed, {"shed.flt"});
+    writePainted(folder / "in/shed.flt", 250, 0.5f, storedRed);
+    setReferenceFlags(folder / "in/west/w.flt", 0);
+    setReferenceFlags(folder / "in/east.flt", ownEverything & ~ownTextures);
+    setReferenceFlags(folder / "in/house.flt", ownEverything & ~ownMaterials & ~ownTextures);
+
+    const ToolResult inOrder = convertIn(folder.path(), {"in/master.flt", "plain/m.ive", "--recurse"});
+    const ToolResult inJobs = convertInJobs(folder.path());
+
+    EXPECT_EQ(countsIn(inJobs), countsIn(inOrder));
+    EXPECT_EQ(countsIn(inJobs), "10 files read, 10 converted, 0 failed, 0 textures missing");
+    expectSameOutputs(outputsIn(folder / "out"), outputsIn(folder / "plain"));
+}
+
+TEST(ConvertPalettes, ThatChangeConvertTheFilesThatTakeThem) {
+    const TemporaryDirectory folder;
+    writePainted(folder / "in/master.flt", 100, 0.25f, storedBlue, {"tile.flt"});
+    writePainted(folder / "in/tile.flt", 150, 0.5f, storedRed);
+    setReferenceFlags(folder / "in/master.flt", ownEverything & ~ownColors);
+    convertInJobs(folder.path());
+
+    colorFacesByPalette(folder / "in/master.flt", storedRed);
+    convertInJobs(folder.path(), {"--overwrite"});
+
+    EXPECT_THAT(paintOf(load(folder / "out/tile.ive")), ElementsAre("grey 150 diffuse 0.5 red"));
 }
 
 TEST(ConvertPalettes, ThatAreTheSameGiveOneOutput) {

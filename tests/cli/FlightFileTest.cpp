@@ -483,3 +483,69 @@ TEST(FlightFile, MayBeDamagedAnywhere) {
     EXPECT_GT(refused, 300u);
     EXPECT_LT(refused, 3700u);
 }
+
+namespace {
+
+/** What one reference of a file is handed on, seen from the small file that stands for it. */
+FlightFile handedOn(const FlightRecords& records, std::size_t reference, const Taken& kinds) {
+    const TemporaryDirectory folder;
+    records.write(folder / "a.flt");
+    saveBytes(folder / "palettes.flt", palettesHandedOn(folder / "a.flt", reference, kinds));
+    return scanFlightFile(folder / "palettes.flt");
+}
+
+Taken taking(std::initializer_list<Palette> palettes) {
+    Taken kinds{};
+    for (const Palette palette : palettes) kinds[static_cast<std::size_t>(palette)] = true;
+    return kinds;
+}
+
+FlightRecords withAllPalettes() {
+    FlightRecords records;
+    records.record(FlightRecords::ColorPalette, "colors").record(FlightRecords::MaterialPalette, "first");
+    records.record(FlightRecords::MaterialPalette, "second").texture("a.png").vertexPalette("vertices");
+    records.record(FlightRecords::LightSourcePalette, "lights");
+    records.record(FlightRecords::LightPointAppearancePalette, "points")
+        .record(FlightRecords::ShaderPalette, "shaders");
+    records.push().reference("one.flt", ~FlightRecords::ownColors).record(FlightRecords::Group, "group");
+    return records.push().reference("two.flt", FlightRecords::parentsPalettes).pop().pop();
+}
+
+}  // namespace
+
+TEST(PalettesHandedOn, AreThoseThatAreWantedAndNoOthers) {
+    const PerPalette<std::uint64_t> all = scanOf(withAllPalettes()).paletteHashes;
+    for (std::size_t i = 0; i < paletteKinds; ++i) {
+        Taken kinds{};
+        kinds[i] = true;
+        PerPalette<std::uint64_t> expected{};
+        expected[i] = all[i];
+        // A light point's color is looked up in the palette of colors while the file is read.
+        if (i == static_cast<std::size_t>(Palette::LightPointAppearance)) expected[0] = all[0];
+        EXPECT_EQ(handedOn(withAllPalettes(), 0, kinds).paletteHashes, expected) << i;
+    }
+}
+
+TEST(PalettesHandedOn, KeepTheFlagsOfTheReferenceAndNotItsName) {
+    const auto first = handedOn(withAllPalettes(), 0, taking({Palette::Color})).references;
+    const auto second = handedOn(withAllPalettes(), 1, taking({Palette::Color})).references;
+
+    ASSERT_EQ(first.size(), 1u);
+    ASSERT_EQ(second.size(), 1u);
+    EXPECT_EQ(first[0].name, "x");
+    EXPECT_EQ(first[0].takesParents, taking({Palette::Color}));
+    EXPECT_EQ(second[0].takesParents, scanOf(withAllPalettes()).references[1].takesParents);
+}
+
+TEST(PalettesHandedOn, KeepTheOrderOfTheRecords) {
+    FlightRecords records;
+    records.record(FlightRecords::ColorPalette, "before").push().reference("a.flt", 0);
+    records.record(FlightRecords::MaterialPalette, "after").pop();
+    const TemporaryDirectory folder;
+    records.write(folder / "a.flt");
+    FlightRecords expected;
+    expected.record(FlightRecords::ColorPalette, "before").push().reference("x", 0);
+    expected.record(FlightRecords::MaterialPalette, "after").pop();
+
+    EXPECT_EQ(palettesHandedOn(folder / "a.flt", 0, taking({Palette::Color, Palette::Material})), expected.bytes());
+}

@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <csignal>
 
 #include <sys/resource.h>
@@ -329,4 +330,30 @@ TEST(RemoveUnfinishedFile, ForgetsAFileThatCouldNotBeOpened) {
     saveBytes(temporaryPath, "theirs");
     removeUnfinishedFile();
     EXPECT_EQ(loadBytes(temporaryPath), "theirs");
+}
+
+TEST(WholeFile, CanHaveTheTimeOfAnotherFile) {
+    const TemporaryDirectory folder;
+    saveBytes(folder / "old", "old");
+    const fs::file_time_type time = fs::file_time_type::clock::now() - std::chrono::hours(1000);
+    fs::last_write_time(folder / "old", time);
+    WholeFile file(folder / "new", false);
+    file.keepTimeOf(folder / "old");
+    file.commit();
+    EXPECT_EQ(fs::last_write_time(folder / "new"), time);
+}
+
+TEST(WholeFile, ShowsTheWholeContentBeforeItHasItsName) {
+    const TemporaryDirectory folder;
+    WholeFile file(folder / "a", false);
+    file.stream() << "content";
+    std::string content;
+    bool wasThere = true;
+    file.beforeRenaming = [&](const fs::path& temporary) {
+        content = loadBytes(temporary);
+        wasThere = fs::exists(folder / "a");
+    };
+    file.commit();
+    EXPECT_EQ(content, "content");
+    EXPECT_FALSE(wasThere);
 }

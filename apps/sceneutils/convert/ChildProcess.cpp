@@ -1,13 +1,18 @@
 #include "ChildProcess.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <limits>
+#include <new>
 #include <system_error>
 
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -70,8 +75,41 @@ bool writeAll(int fileDescriptor, const char* data, std::size_t size) {
     return true;
 }
 
-bool readAll(int fileDescriptor, char* data, std::size_t size) {
+using Clock = std::chrono::steady_clock;
+
+// No message has this size: what a child says when its memory is used up, with nothing allocated.
+constexpr MessageSize memoryIsUsedUp = std::numeric_limits<MessageSize>::max();
+
+/** Thrown when a child is not worth waiting for any more. */
+struct TimeIsOver {};
+struct MemoryIsUsedUp {};
+
+/** When to stop waiting for a child. */
+class Deadline {
+public:
+    explicit Deadline(unsigned int seconds)
+        : _isSet(seconds > 0), _time(Clock::now() + std::chrono::seconds(seconds)) {}
+
+    void waitForInput(int fileDescriptor) const {
+        if (!_isSet) return;
+        for (;;) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(_time - Clock::now()).count();
+            if (left < 0) throw TimeIsOver();
+            pollfd waiting = {fileDescriptor, POLLIN, 0};
+            if (poll(&waiting, 1, static_cast<int>(std::min<long long>(left + 1, longestWait))) > 0) return;
+        }
+    }
+
+private:
+    static constexpr long long longestWait = 60'000;
+
+    bool _isSet;
+    Clock::time_point _time;
+};
+
+bool readAll(int fileDescriptor, char* data, std::size_t size, const Deadline& deadline) {
     while (size > 0) {
+        deadline.waitForInput(fileDescriptor);
         const ssize_t got = read(fileDescriptor, data, size);
         if (got < 0 && errno == EINTR) continue;
         if (got <= 0) return false;
@@ -82,27 +120,48 @@ bool readAll(int fileDescriptor, char* data, std::size_t size) {
 }
 
 // False at the end of the messages; a message that its sender could not finish is dropped.
-bool receiveMessage(int fileDescriptor, std::string& message) {
+bool receiveMessage(int fileDescriptor, std::string& message, const Deadline& deadline) {
     MessageSize size = 0;
-    if (!readAll(fileDescriptor, reinterpret_cast<char*>(&size), sizeof size)) return false;
+    if (!readAll(fileDescriptor, reinterpret_cast<char*>(&size), sizeof size, deadline)) return false;
+    if (size == memoryIsUsedUp) throw MemoryIsUsedUp();
     message.resize(size);
-    return readAll(fileDescriptor, message.data(), message.size());
+    return readAll(fileDescriptor, message.data(), message.size(), deadline);
 }
 
-void limitChild(pid_t parent, unsigned int seconds) {
+void dieWith(pid_t parent) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent) _exit(1);
+}
+
+int childsPipeEnd = -1;
+
+void tellThatMemoryIsUsedUp() {
+    writeAll(childsPipeEnd, reinterpret_cast<const char*>(&memoryIsUsedUp), sizeof memoryIsUsedUp);
+    _exit(1);
+}
+
+void limitMemory(std::uint64_t bytes, int pipeEnd) {
+    if (bytes == 0 || !canLimitMemory()) return;
+    const rlimit data = {bytes, bytes};
+    setrlimit(RLIMIT_DATA, &data);
+    childsPipeEnd = pipeEnd;
+    std::set_new_handler(tellThatMemoryIsUsedUp);
+}
+
+void limitChild(pid_t parent, const ChildLimits& limits, int pipeEnd) {
+    dieWith(parent);
 
     const rlimit noCoreFile = {0, 0};
     setrlimit(RLIMIT_CORE, &noCoreFile);
-    const rlimit processorTime = {seconds, seconds + 1};
+    const rlimit processorTime = {limits.processorSeconds, limits.processorSeconds + 1};
     setrlimit(RLIMIT_CPU, &processorTime);
     std::signal(SIGPIPE, SIG_IGN);
+    limitMemory(limits.memoryBytes, pipeEnd);
 }
 
-[[noreturn]] void beChild(pid_t parent, unsigned int seconds, int pipeEnd,
+[[noreturn]] void beChild(pid_t parent, const ChildLimits& limits, int pipeEnd,
                           const std::function<void(const MessageSender&)>& work) {
-    limitChild(parent, seconds);
+    limitChild(parent, limits, pipeEnd);
     int status = 0;
     try {
         work(MessageSender(pipeEnd));
@@ -129,44 +188,128 @@ void MessageSender::send(const std::string& message) const {
     writeAll(_fileDescriptor, framed.data(), framed.size());
 }
 
-ChildEnd runInChild(unsigned int seconds, const std::function<void(const MessageSender&)>& work,
-                    const std::function<void(const std::string&)>& receive) {
-    int ends[2];
-    if (pipe(ends) != 0) throwError("cannot make a pipe");
+namespace {
 
-    // Whatever is buffered now would otherwise be written by both processes.
-    std::cout.flush();
-    std::fflush(nullptr);
-    const pid_t parent = getpid();
-    const pid_t child = forkChild();
-    if (child < 0) {
-        close(ends[0]);
-        close(ends[1]);
-        throwError("cannot start a process");
+/** A pipe from a child. */
+class Pipe {
+public:
+    Pipe() {
+        if (pipe(_ends) != 0) throwError("cannot make a pipe");
     }
-    if (child == 0) {
-        close(ends[0]);
-        beChild(parent, seconds, ends[1], work);
+    ~Pipe() {
+        close(_ends[0]);
+        closeWriting();
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    int reading() const { return _ends[0]; }
+    int writing() const { return _ends[1]; }
+    void closeReading() {
+        close(_ends[0]);
+        _ends[0] = -1;
+    }
+    void closeWriting() {
+        if (_ends[1] >= 0) close(_ends[1]);
+        _ends[1] = -1;
     }
 
-    close(ends[1]);
-    try {
-        std::string message;
-        while (receiveMessage(ends[0], message)) receive(message);
-    } catch (...) {
-        close(ends[0]);
-        kill(child, SIGKILL);
-        reap(child);
-        throw;
-    }
-    close(ends[0]);
+private:
+    int _ends[2];
+};
 
+ChildEnd endOf(pid_t child) {
     const int status = reap(child);
     ChildEnd end;
     end.pid = child;
     if (WIFSIGNALED(status)) end.signal = WTERMSIG(status);
     if (WIFEXITED(status)) end.exitStatus = WEXITSTATUS(status);
     return end;
+}
+
+pid_t forkOrThrow() {
+    // Whatever is buffered now would otherwise be written by both processes.
+    std::cout.flush();
+    std::fflush(nullptr);
+    const pid_t child = forkChild();
+    if (child < 0) throwError("cannot start a process");
+    return child;
+}
+
+[[noreturn]] void beProgram(pid_t parent, const std::vector<std::string>& arguments, int pipeEnd) {
+    dieWith(parent);
+    dup2(pipeEnd, STDOUT_FILENO);
+    dup2(pipeEnd, STDERR_FILENO);
+    close(pipeEnd);
+    std::vector<char*> words;
+    for (const std::string& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
+    words.push_back(nullptr);
+    execvp(words.front(), words.data());
+    _exit(127);
+}
+
+void readLines(int fileDescriptor, const std::function<void(const std::string&)>& onLine) {
+    std::string rest;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t got = read(fileDescriptor, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) break;
+        rest.append(buffer, static_cast<std::size_t>(got));
+        std::size_t begin = 0;
+        for (std::size_t end; (end = rest.find('\n', begin)) != std::string::npos; begin = end + 1)
+            onLine(rest.substr(begin, end - begin));
+        rest.erase(0, begin);
+    }
+    if (!rest.empty()) onLine(rest);
+}
+
+}  // namespace
+
+ChildEnd runInChild(const ChildLimits& limits, const std::function<void(const MessageSender&)>& work,
+                    const std::function<void(const std::string&)>& receive) {
+    Pipe pipe;
+    const Deadline deadline(limits.seconds);
+    const pid_t parent = getpid();
+    const pid_t child = forkOrThrow();
+    if (child == 0) {
+        pipe.closeReading();
+        beChild(parent, limits, pipe.writing(), work);
+    }
+
+    pipe.closeWriting();
+    bool tookTooLong = false;
+    bool neededMoreMemory = false;
+    try {
+        std::string message;
+        while (receiveMessage(pipe.reading(), message, deadline)) receive(message);
+    } catch (const TimeIsOver&) {
+        tookTooLong = true;
+        kill(child, SIGKILL);
+    } catch (const MemoryIsUsedUp&) {
+        neededMoreMemory = true;
+    } catch (...) {
+        kill(child, SIGKILL);
+        reap(child);
+        throw;
+    }
+    ChildEnd end = endOf(child);
+    end.tookTooLong = tookTooLong;
+    end.neededMoreMemory = neededMoreMemory;
+    return end;
+}
+
+ChildEnd runProgram(const std::vector<std::string>& arguments, const std::function<void(const std::string&)>& onLine) {
+    Pipe pipe;
+    const pid_t parent = getpid();
+    const pid_t child = forkOrThrow();
+    if (child == 0) {
+        pipe.closeReading();
+        beProgram(parent, arguments, pipe.writing());
+    }
+    pipe.closeWriting();
+    readLines(pipe.reading(), onLine);
+    return endOf(child);
 }
 
 void endRunningChild() {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace veltrane::sceneutils::tool {
 
@@ -17,26 +19,55 @@ private:
     int _fileDescriptor;
 };
 
+constexpr std::uint64_t bytesPerMiB = 1 << 20;
+
+/** What a child process may use. */
+struct ChildLimits {
+    ChildLimits(unsigned int processorTime) : processorSeconds(processorTime) {}
+
+    unsigned int processorSeconds;
+    unsigned int seconds = 0;       ///< by the clock; 0: no limit
+    std::uint64_t memoryBytes = 0;  ///< of data; 0: no limit
+};
+
 /** How a child process ended. */
 struct ChildEnd {
     int pid = 0;
-    int exitStatus = 0;  ///< if it ended by itself
-    int signal = 0;      ///< what ended it; 0: it ended by itself
+    int exitStatus = 0;             ///< if it ended by itself
+    int signal = 0;                 ///< what ended it; 0: it ended by itself
+    bool tookTooLong = false;       ///< by the clock
+    bool neededMoreMemory = false;  ///< than the limit
 };
+
+/** Whether ChildLimits::memoryBytes has an effect in this build: AddressSanitizer leaves no room for it. */
+constexpr bool canLimitMemory() {
+#if defined(__SANITIZE_ADDRESS__)
+    return false;
+#else
+    return true;
+#endif
+}
 
 /**
  * Runs `work` in a copy of this process and waits for it. A crash of the child leaves this process unharmed, and what
  * the child changes in memory dies with it; it speaks through messages, which are handed to `receive` one by one while
- * it works. The child dies with its parent, leaves no core file, and is ended by SIGXCPU when it has used `seconds` of
- * processor time.
+ * it works. The child dies with its parent, leaves no core file, is ended by SIGXCPU when it has used its processor
+ * time, by SIGKILL when its time by the clock is over, and with status 1 when it needs more memory.
  * @throws std::system_error if no process can be had; what `receive` throws, when the child has been ended
  */
-ChildEnd runInChild(unsigned int seconds, const std::function<void(const MessageSender&)>& work,
+ChildEnd runInChild(const ChildLimits& limits, const std::function<void(const MessageSender&)>& work,
                     const std::function<void(const std::string&)>& receive);
 
 /**
- * Ends the child that runInChild() is waiting for, if there is one, by SIGTERM, and waits until it is gone. May be
- * called from a signal handler that does not return.
+ * Runs a program, which is looked for as the shell does, and hands what it writes to `onLine` line by line. It dies
+ * with this process, by SIGTERM. Exit status 127: it could not be started.
+ * @throws std::system_error if no process can be had
+ */
+ChildEnd runProgram(const std::vector<std::string>& arguments, const std::function<void(const std::string&)>& onLine);
+
+/**
+ * Ends the child that runInChild() or runProgram() is waiting for, if there is one, by SIGTERM, and waits until it is
+ * gone. May be called from a signal handler that does not return.
  */
 void endRunningChild();
 

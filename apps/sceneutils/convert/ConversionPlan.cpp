@@ -18,6 +18,7 @@ constexpr const char* pagedExtension = ".ive";
 constexpr const char* folderAboveTheDatabase = "_parent";
 constexpr double rangeShareOfReferencedFiles = 0.25;
 constexpr int deepestLevel = 100;
+constexpr std::uint64_t hashFactor = 0x100000001b3u;
 
 /** The palettes in force in a file: its own, or those it takes from above. 0: none. */
 using PaletteHashes = PerPalette<std::uint64_t>;
@@ -46,6 +47,9 @@ std::string pagedFileName(const std::string& name) {
     const std::string stem = end == 0 || end == std::string::npos ? name : name.substr(0, end);
     return stem + pagedExtension;
 }
+
+/** Numbers of textures. */
+using Textures = std::vector<std::size_t>;
 
 class Planner {
 public:
@@ -79,7 +83,7 @@ public:
             throw CommandError(ExitStatus::InputUnreadable,
                                options.input.string() + ": " + _plan.files.front().problem);
         }
-        checkOutputs();
+        placeTextures();
         return std::move(_plan);
     }
 
@@ -98,9 +102,15 @@ private:
             file.problem = error.what();
         }
         file.bytes = scan.bytes;
-        noteInputs(file, scan);
+        for (std::size_t i = 0; i < paletteKinds; ++i) {
+            file.inheritsPalettes[i] = inherited[i] != 0;
+            file.inheritedPalettes = file.inheritedPalettes * hashFactor + inherited[i];
+        }
+        _texturesOf.resize(index + 1);
+        _texturesOf[index] = noteInputs(file, scan);
         file.pagesReferences = level == 0 || _plan.options.recurse;
         _plan.files.push_back(std::move(file));
+        _open.insert(index);
 
         const PaletteHashes palettes = palettesInForce(scan, inherited, _plan.files[index].identity);
         _plan.files[index].references.reserve(scan.references.size());
@@ -108,6 +118,8 @@ private:
             PlannedReference planned = follow(index, reference, palettes, level);
             _plan.files[index].references.push_back(std::move(planned));
         }
+        _open.erase(index);
+        _finished.push_back(index);
         return index;
     }
 
@@ -129,6 +141,7 @@ private:
             noteInputsBelow(*found);
         }
         if (found && namesAModel(reference.name)) refuseToLosePalettes(from, planned, reference, palettes);
+        planned.closesCircle = _open.count(planned.target) != 0;
         return planned;
     }
 
@@ -143,6 +156,7 @@ private:
         file.identity = identityOf(path);
         file.name = relativeName(file.identity, _plan.inputFolder);
         file.namedBy = from;
+        file.namedByReference = _plan.files[from].references.size();
         const auto known = _known.find({file.identity, inherited});
         if (known != _known.end()) return known->second;
 
@@ -157,6 +171,7 @@ private:
         file.identity = identityOf(path);
         file.name = relativeName(file.identity, _plan.inputFolder);
         file.namedBy = from;
+        file.namedByReference = _plan.files[from].references.size();
         std::error_code error;
         file.problem = fs::is_directory(path, error) ? "is a folder" : "no such file";
         const auto [known, isNew] = _known.try_emplace({file.identity, {}}, _plan.files.size());
@@ -177,11 +192,64 @@ private:
         return palettes;
     }
 
-    void noteInputs(const PlannedFile& file, const FlightFile& scan) {
+    /** Returns the textures. */
+    Textures noteInputs(const PlannedFile& file, const FlightFile& scan) {
+        Textures textures;
         _plan.inputs.insert(file.identity);
         for (const std::string& name : scan.textures) {
-            const auto texture = _finder.findTexture(file.path.parent_path(), name);
-            if (texture) _plan.inputs.insert(resolved(*texture));
+            const auto found = _finder.findTexture(file.path.parent_path(), name);
+            if (!found) continue;
+            const StoredPath texture = resolved(*found);
+            _plan.inputs.insert(texture);
+            textures.push_back(_textures.try_emplace(texture, _textures.size()).first->second);
+        }
+        return textures;
+    }
+
+    /** Finds the textures that cannot go to their mirrored places, because an input or another texture has them. */
+    void placeTextures() {
+        std::vector<const StoredPath*> sources(_textures.size());
+        for (const auto& [source, texture] : _textures) sources[texture] = &source;
+        std::vector<std::size_t> displaced(_textures.size(), noFile);
+        std::vector<bool> isPlaced(_textures.size());
+        std::map<StoredPath, std::size_t> places;
+        // The order in which files are written, so that who was there first has nothing to do with how many jobs run.
+        for (const std::size_t file : _finished) {
+            for (const std::size_t texture : _texturesOf[file]) {
+                if (isPlaced[texture]) continue;
+                isPlaced[texture] = true;
+                const fs::path source = *sources[texture];
+                if (isBelow(source, _plan.outputFolder)) continue;
+                const fs::path mirrored = mirroredPath(_plan.inputFolder, _plan.outputFolder, source);
+                const fs::path place = freePlace(mirrored, places);
+                places.emplace(place, texture);
+                if (place == mirrored) continue;
+                displaced[texture] = _plan.displacedTextures.size();
+                _plan.displacedTextures.emplace_back(source, place);
+            }
+        }
+        if (!_plan.displacedTextures.empty()) noteDisplacedTextures(displaced);
+    }
+
+    fs::path freePlace(const fs::path& mirrored, const std::map<StoredPath, std::size_t>& taken) const {
+        fs::path place = mirrored;
+        for (int i = 2; taken.count(place) != 0 || _plan.inputs.count(place) != 0; ++i) {
+            place = mirrored.parent_path() /
+                    (mirrored.stem().string() + "-" + std::to_string(i) + mirrored.extension().string());
+        }
+        return place;
+    }
+
+    // A file stands behind the one that hands textures on to it.
+    void noteDisplacedTextures(const std::vector<std::size_t>& displaced) {
+        for (std::size_t i = 0; i < _texturesOf.size(); ++i) {
+            PlannedFile& file = _plan.files[i];
+            if (file.inheritsPalettes[static_cast<std::size_t>(Palette::Texture)]) {
+                file.displacedTextures = _plan.files[file.namedBy].displacedTextures;
+            }
+            for (const std::size_t texture : _texturesOf[i]) {
+                if (displaced[texture] != noFile) file.displacedTextures.push_back(displaced[texture]);
+            }
         }
     }
 
@@ -215,7 +283,7 @@ private:
     }
 
     fs::path newOutput(const fs::path& input) {
-        const fs::path mirrored = mirroredPath(_plan, input);
+        const fs::path mirrored = mirroredPath(_plan.inputFolder, _plan.outputFolder, input);
         const fs::path plain = mirrored.parent_path() / pagedFileName(mirrored.filename().string());
         fs::path output = plain;
         for (int i = 2; !_takenOutputs.insert(toLowerCase(output.string())).second; ++i) {
@@ -224,22 +292,12 @@ private:
         return output;
     }
 
-    void checkOutputs() const {
-        try {
-            for (const PlannedFile& file : _plan.files) {
-                if (file.output.empty() || !file.problem.empty()) continue;
-                if (_plan.inputs.count(file.output) != 0) {
-                    throw OutputError(file.output.string() + ": is one of the inputs; choose another output");
-                }
-                checkOutputPath(file.output, _plan.options.overwrite);
-            }
-        } catch (const OutputError& error) {
-            throw CommandError(ExitStatus::OutputNotWritten, error.what());
-        }
-    }
-
     ConversionPlan _plan;
     FileFinder _finder;
+    std::map<StoredPath, std::size_t> _textures;  ///< numbered as they are met
+    std::vector<Textures> _texturesOf;            ///< the files
+    std::set<std::size_t> _open;                  ///< files whose references are being followed
+    std::vector<std::size_t> _finished;           ///< files in the order in which that was done
     std::map<std::pair<StoredPath, PaletteHashes>, std::size_t> _known;
     std::set<std::string> _takenOutputs;
     std::set<StoredPath> _passedOver;
@@ -247,20 +305,46 @@ private:
 
 }  // namespace
 
-fs::path mirroredPath(const ConversionPlan& plan, const fs::path& path) {
-    fs::path mirrored = plan.outputFolder;
-    for (const fs::path& part : path.lexically_relative(plan.inputFolder)) {
+fs::path mirroredPath(const fs::path& inputFolder, const fs::path& outputFolder, const fs::path& path) {
+    fs::path mirrored = outputFolder;
+    for (const fs::path& part : path.lexically_relative(inputFolder)) {
         mirrored /= part == ".." ? fs::path(folderAboveTheDatabase) : part;
     }
     return mirrored;
+}
+
+bool isBelow(const fs::path& path, const fs::path& folder) {
+    const fs::path relative = path.lexically_relative(folder);
+    return !relative.empty() && *relative.begin() != "..";
 }
 
 std::string relativeName(const fs::path& file, const fs::path& folder) {
     return file.lexically_relative(folder).generic_string();
 }
 
-ConversionPlan planConversion(const ConversionOptions& options) {
+ConversionPlan planFiles(const ConversionOptions& options) {
     return Planner(options).run();
+}
+
+void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size_t)>& mayReplace) {
+    try {
+        for (std::size_t i = 0; i < plan.files.size(); ++i) {
+            const PlannedFile& file = plan.files[i];
+            if (file.output.empty() || !file.problem.empty()) continue;
+            if (plan.inputs.count(file.output) != 0) {
+                throw OutputError(file.output.string() + ": is one of the inputs; choose another output");
+            }
+            checkOutputPath(file.output, plan.options.overwrite || (mayReplace && mayReplace(i)));
+        }
+    } catch (const OutputError& error) {
+        throw CommandError(ExitStatus::OutputNotWritten, error.what());
+    }
+}
+
+ConversionPlan planConversion(const ConversionOptions& options) {
+    ConversionPlan plan = planFiles(options);
+    checkOutputs(plan, {});
+    return plan;
 }
 
 }  // namespace veltrane::sceneutils::tool

@@ -3,10 +3,13 @@
 #include "../files/FlightFile.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace veltrane::sceneutils::tool {
@@ -46,6 +49,7 @@ public:
     std::filesystem::path filename() const { return std::filesystem::path(_text).filename(); }
 
     friend bool operator==(const StoredPath& left, const StoredPath& right) { return left._text == right._text; }
+    friend bool operator!=(const StoredPath& left, const StoredPath& right) { return left._text != right._text; }
     friend bool operator<(const StoredPath& left, const StoredPath& right) { return left._text < right._text; }
 
 private:
@@ -57,6 +61,7 @@ struct PlannedReference {
     std::string storedName;
     StoredPath path;              ///< the file it leads to; empty if there is none
     std::size_t target = noFile;  ///< that file's place in the plan; noFile: the reference stays as it is
+    bool closesCircle = false;    ///< leads back to a file from which this one is reached
 };
 
 /**
@@ -64,16 +69,20 @@ struct PlannedReference {
  * for each set of them, with an output of its own.
  */
 struct PlannedFile {
-    StoredPath path;               ///< as it is reached: absolute, maybe through "..", in the letter case on disk
-    StoredPath identity;           ///< the same for every way that leads to the file
-    std::string name;              ///< for messages: seen from the master's folder
-    std::size_t namedBy = noFile;  ///< the first file that refers to it; noFile for the master
-    std::string problem;           ///< why it cannot be converted; empty: it can
-    StoredPath output;             ///< absolute; empty: nothing is written for it
-    float maxRange = 0.0f;         ///< for the references of this file
-    bool pagesReferences = false;  ///< its references are hung below PagedLODs
+    StoredPath path;                   ///< as it is reached: absolute, maybe through "..", in the letter case on disk
+    StoredPath identity;               ///< the same for every way that leads to the file
+    std::string name;                  ///< for messages: seen from the master's folder
+    std::size_t namedBy = noFile;      ///< the first file that refers to it; noFile for the master
+    std::size_t namedByReference = 0;  ///< which of that file's references that is
+    std::uint64_t inheritedPalettes = 0;  ///< tells apart what it inherits
+    PerPalette<bool> inheritsPalettes{};  ///< which palettes that file hands on to it
+    std::string problem;                  ///< why it cannot be converted; empty: it can
+    StoredPath output;                    ///< absolute; empty: nothing is written for it
+    float maxRange = 0.0f;                ///< for the references of this file
+    bool pagesReferences = false;         ///< its references are hung below PagedLODs
     std::uintmax_t bytes = 0;
-    std::vector<PlannedReference> references;  ///< in the order of the records
+    std::vector<PlannedReference> references;    ///< in the order of the records
+    std::vector<std::size_t> displacedTextures;  ///< which of the plan's it may use
 };
 
 /**
@@ -90,13 +99,26 @@ struct ConversionPlan {
     std::filesystem::path outputFolder;  ///< resolved as far as it exists
     std::vector<PlannedFile> files;
     std::set<StoredPath> inputs;  ///< resolved; what must never be overwritten, textures included
+    std::vector<std::pair<StoredPath, StoredPath>> displacedTextures;  ///< whose mirrored place is taken; new places
 };
 
-/** @throws CommandError if the input cannot be converted or an output may not be written */
+/** @throws CommandError if the input cannot be converted */
+ConversionPlan planFiles(const ConversionOptions& options);
+
+/**
+ * @param mayReplace whether the output of that file of the plan may be replaced without leave; empty: none may
+ * @throws CommandError if an output may not be written
+ */
+void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size_t)>& mayReplace);
+
+/** Both: the files, and a look at their outputs. */
 ConversionPlan planConversion(const ConversionOptions& options);
 
-/** Where a file that lies at `path` goes in the output folder, its own name kept. `path` must be resolved. */
-std::filesystem::path mirroredPath(const ConversionPlan& plan, const std::filesystem::path& path);
+/** Where a file that lies at `path` goes in the output folder, its own name kept. All must be resolved. */
+std::filesystem::path mirroredPath(const std::filesystem::path& inputFolder, const std::filesystem::path& outputFolder,
+                                   const std::filesystem::path& path);
+
+bool isBelow(const std::filesystem::path& path, const std::filesystem::path& folder);
 
 /** The file as seen from the folder, with '/' between folders; both absolute and resolved. */
 std::string relativeName(const std::filesystem::path& file, const std::filesystem::path& folder);

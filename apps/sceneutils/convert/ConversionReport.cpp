@@ -100,12 +100,14 @@ std::uintmax_t ConversionReport::bytesOut() const {
     return bytes;
 }
 
-void writeSummary(std::ostream& out, const ConversionPlan& plan, const ConversionReport& report) {
+void writeSummary(std::ostream& out, const ConversionPlan& plan, const ConversionReport& report, std::size_t upToDate) {
     out << plural(report.filesRead(), "file read", "files read") << ", " << report.filesConverted() << " converted, "
         << report.filesFailed() << " failed, "
         << plural(report.texturesMissing(), "texture missing", "textures missing") << ", "
         << plural(report.bytesIn(plan), "byte in", "bytes in") << ", "
-        << plural(report.bytesOut(), "byte out", "bytes out") << ", " << fixed(report.seconds, 2) << " s\n";
+        << plural(report.bytesOut(), "byte out", "bytes out") << ", " << fixed(report.seconds, 2) << " s";
+    if (upToDate > 0) out << "; " << plural(upToDate, "was", "were") << " up to date";
+    out << "\n";
 }
 
 nlohmann::json reportAsJson(const ConversionPlan& plan, const ConversionReport& report) {

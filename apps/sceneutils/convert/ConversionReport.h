@@ -41,8 +41,12 @@ struct ConversionReport {
     std::uintmax_t bytesOut() const;
 };
 
-/** The one line for people. */
-void writeSummary(std::ostream& out, const ConversionPlan& plan, const ConversionReport& report);
+/**
+ * The one line for people.
+ * @param upToDate how many files an earlier run had done; nothing is said of it if there was none
+ */
+void writeSummary(std::ostream& out, const ConversionPlan& plan, const ConversionReport& report,
+                  std::size_t upToDate = 0);
 
 /** The same for programs. Its field "version" grows when a field changes its meaning or goes. */
 nlohmann::json reportAsJson(const ConversionPlan& plan, const ConversionReport& report);

@@ -6,9 +6,7 @@
 
 #include <osg/BoundingSphere>
 #include <osg/Node>
-#include <osgDB/Options>
 
-#include <chrono>
 #include <functional>
 #include <map>
 #include <optional>
@@ -46,18 +44,15 @@ private:
     void convertInChild(std::size_t file, osg::Referenced* palettes);
     void convert(std::size_t file, osg::Referenced* palettes);
     void finish(const FileResult& result, const std::optional<osg::BoundingSphere>& sphere);
-    void enterPhase(std::size_t file, const std::string& phase, const std::string& output = {});
+    void enterPhase(std::size_t file, const std::string& phase, const std::string& output);
     void receive(const std::string& message);
-    std::string whyItEnded(std::size_t file, const ChildEnd& end) const;
 
     const ConversionPlan& _plan;
     Listener _onResult;
     ConversionReport _report;
     std::vector<FileState> _states;
     std::map<std::string, std::string> _texturesPlaced;
-    osg::ref_ptr<const osgDB::Options> _readerOptions;
     const MessageSender* _parent = nullptr;  ///< null in the process that the user started
-    std::chrono::duration<double> _spentOnReferences{0};
 };
 
 }  // namespace veltrane::sceneutils::tool

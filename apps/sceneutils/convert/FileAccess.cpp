@@ -23,21 +23,25 @@ namespace {
 constexpr const char* modelEnding = ".flt";
 constexpr const char* convertedEnding = ".ive";
 
+constexpr std::streamsize blockSize = 1 << 16;
+
 // Without these the writer gives every reference that is still in the graph the ending .ive, and drops its folder.
 constexpr const char* keepReferenceNamesOptions = " useOriginalExternalReferences noWriteExternalReferenceFiles";
-
-bool isBelow(const fs::path& path, const fs::path& folder) {
-    const fs::path relative = path.lexically_relative(folder);
-    return !relative.empty() && *relative.begin() != "..";
-}
 
 bool haveSameContent(const fs::path& a, const fs::path& b) {
     std::error_code error;
     if (fs::file_size(a, error) != fs::file_size(b, error) || error) return false;
     std::ifstream first(a, std::ios::binary);
     std::ifstream second(b, std::ios::binary);
-    using Bytes = std::istreambuf_iterator<char>;
-    return first && second && std::equal(Bytes(first), Bytes(), Bytes(second), Bytes());
+    std::vector<char> ofFirst(blockSize);
+    std::vector<char> ofSecond(blockSize);
+    while (first && second) {
+        first.read(ofFirst.data(), blockSize);
+        second.read(ofSecond.data(), blockSize);
+        if (first.gcount() != second.gcount()) return false;
+        if (!std::equal(ofFirst.begin(), ofFirst.begin() + first.gcount(), ofSecond.begin())) return false;
+    }
+    return first.eof() && second.eof();
 }
 
 osg::ref_ptr<osgDB::Options> copyOf(const osgDB::Options* options) {
@@ -52,7 +56,7 @@ class FileAccess::ReferenceRenamer : public osg::NodeVisitor {
 public:
     explicit ReferenceRenamer(FileAccess& access) : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN), _access(access) {
         setNodeMaskOverride(~0u);
-        const auto& references = access.planned().references;
+        const auto& references = access._job.references;
         for (std::size_t i = 0; i < references.size(); ++i) _records[references[i].storedName].push_back(i);
     }
 
@@ -72,7 +76,7 @@ private:
         std::size_t& next = _dealt[proxy.getFileName(0)];
         const std::size_t reference = records->second[std::min(next++, records->second.size() - 1)];
         _access._palettesOfReferences[reference] = proxy.getUserData();
-        const bool isFollowed = _access.planned().references[reference].target != noFile;
+        const bool isFollowed = _access._job.references[reference].isFollowed;
         const std::string name = std::to_string(reference) + (isFollowed ? modelEnding : "");
         if (isFollowed) _access._followedReferences[name] = reference;
         proxy.setFileName(0, name);
@@ -89,7 +93,7 @@ class FileAccess::FinalNames : public osg::NodeVisitor {
 public:
     explicit FinalNames(const FileAccess& access) : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN) {
         setNodeMaskOverride(~0u);
-        for (std::size_t i = 0; i < access.planned().references.size(); ++i) {
+        for (std::size_t i = 0; i < access._job.references.size(); ++i) {
             const std::string number = std::to_string(i);
             for (const char* ending : {"", modelEnding, convertedEnding}) _names[number + ending] = access.finalName(i);
         }
@@ -118,17 +122,14 @@ private:
     std::set<osg::Node*> _renamed;
 };
 
-FileAccess::FileAccess(const ConversionPlan& plan, std::size_t file, osg::Referenced* palettes,
+FileAccess::FileAccess(const ConversionJob& job, osg::Referenced* palettes,
                        const std::map<std::string, std::string>& texturesPlaced, Obtain obtain)
-    : _plan(plan),
-      _file(file),
+    : _job(job),
       _palettes(palettes),
       _texturesPlaced(texturesPlaced),
       _obtain(std::move(obtain)),
-      _palettesOfReferences(planned().references.size()),
-      _outcomes(planned().references.size(), Outcome::NotAskedFor) {
-    _result.file = file;
-}
+      _palettesOfReferences(job.references.size()),
+      _outcomes(job.references.size(), Outcome::NotAskedFor) {}
 
 void FileAccess::install() {
     osgDB::Registry* registry = osgDB::Registry::instance();
@@ -140,7 +141,9 @@ void FileAccess::install() {
 // What a file names is looked for from that file's folder, and never in the folder that happens to be the working
 // directory.
 std::string FileAccess::findDataFile(const std::string& name, const osgDB::Options*, osgDB::CaseSensitivity) {
-    const auto found = _finder.findTexture(planned().path.parent_path(), name);
+    const fs::path folder = _job.path.parent_path();
+    const auto found = _finder.findTexture(folder, name);
+    if (_isReading && onLookup) onLookup(folder, name, found.value_or(fs::path()));
     if (found) return found->string();
     if (_isReading) noteMissingTexture(name);
     return {};
@@ -156,8 +159,8 @@ ReaderWriter::ReadResult FileAccess::readImage(const std::string& name, const os
 void FileAccess::noteMissingTexture(const std::string& name) {
     std::string withSlashes = name;
     std::replace(withSlashes.begin(), withSlashes.end(), '\\', '/');
-    const fs::path path = (planned().identity.parent_path() / withSlashes).lexically_normal();
-    const std::string shown = relativeName(path, _plan.inputFolder);
+    const fs::path path = (_job.identity.parent_path() / withSlashes).lexically_normal();
+    const std::string shown = relativeName(path, _job.inputFolder);
 
     auto& missing = _result.texturesMissing;
     if (std::find(missing.begin(), missing.end(), shown) == missing.end()) missing.push_back(shown);
@@ -170,12 +173,11 @@ ReaderWriter::ReadResult FileAccess::readNode(const std::string& name, const osg
 }
 
 ReaderWriter::ReadResult FileAccess::readPlannedFile(const osgDB::Options* options) {
-    if (onReaderOptions) onReaderOptions(options);
     const osg::ref_ptr<osgDB::Options> withPalettes = copyOf(options);
     withPalettes->setUserData(_palettes.get());
     _isReading = true;
     ReaderWriter::ReadResult result =
-        osgDB::Registry::instance()->readNodeImplementation(planned().path.string(), withPalettes.get());
+        osgDB::Registry::instance()->readNodeImplementation(_job.path.string(), withPalettes.get());
     _isReading = false;
     _graph = result.getNode();
     if (afterReading) afterReading();
@@ -191,7 +193,7 @@ ReaderWriter::ReadResult FileAccess::readReferencedFile(const std::string& name)
     if (followed == _followedReferences.end()) return ReaderWriter::ReadResult::FILE_NOT_FOUND;
 
     const std::size_t reference = followed->second;
-    const auto sphere = _obtain(planned().references[reference].target, _palettesOfReferences[reference].get());
+    const auto sphere = _obtain(reference, _palettesOfReferences[reference].get());
     _outcomes[reference] = sphere ? Outcome::Obtained : Outcome::Failed;
     if (!sphere) return ReaderWriter::ReadResult::FILE_NOT_FOUND;
 
@@ -225,31 +227,29 @@ void FileAccess::writeWhole(osg::Node& node, const osgDB::Options* options) {
     nameTexturesRelatively(node);
 
     const osg::ref_ptr<osgDB::Options> forWriting = copyOf(options);
-    forWriting->setDatabasePath(planned().output.parent_path().string());
-    forWriting->setPluginStringData("filename", planned().output.string());
+    forWriting->setDatabasePath(_job.output.parent_path().string());
+    forWriting->setPluginStringData("filename", _job.output.string());
     forWriting->setOptionString(forWriting->getOptionString() + keepReferenceNamesOptions);
-    if (beforeWriting) beforeWriting(planned().output);
-    WholeFile file(planned().output, _plan.options.overwrite);
+    if (beforeWriting) beforeWriting(_job.output);
+    WholeFile file(_job.output, mayReplace(_job.output));
     const OsgMessages messages;
     const ReaderWriter::WriteResult result = writer->writeNode(node, file.stream(), forWriting.get());
     file.stream().flush();
     if (file.stream() && !result.success()) {
-        throw OutputError(planned().output.string() + ": OpenSceneGraph cannot write this graph as .ive");
+        throw OutputError(_job.output.string() + ": OpenSceneGraph cannot write this graph as .ive");
     }
     const std::string loss = toldLoss(messages);
     if (file.stream() && !loss.empty())
-        throw OutputError(planned().output.string() + ": OpenSceneGraph cannot write all of this as .ive: " + loss);
+        throw OutputError(_job.output.string() + ": OpenSceneGraph cannot write all of this as .ive: " + loss);
+    if (beforeCommitting) file.beforeRenaming = beforeCommitting;
     _result.bytesOut = file.commit();
     _result.written = true;
 }
 
 std::string FileAccess::finalName(std::size_t index) const {
-    const PlannedReference& reference = planned().references[index];
-    const fs::path folder = planned().output.parent_path();
-    if (reference.path.empty() || _outcomes[index] == Outcome::Failed) return reference.storedName;
-    if (_outcomes[index] == Outcome::NotAskedFor) return relativeName(reference.path, folder);
-    const PlannedFile& target = _plan.files[reference.target];
-    return relativeName(target.output.empty() ? target.identity : target.output, folder);
+    const JobReference& reference = _job.references[index];
+    if (_outcomes[index] == Outcome::Failed) return reference.storedName;
+    return _outcomes[index] == Outcome::Obtained ? reference.convertedName : reference.plainName;
 }
 
 void FileAccess::nameTexturesRelatively(osg::Node& node) {
@@ -263,45 +263,36 @@ void FileAccess::nameTexturesRelatively(osg::Node& node) {
             image->setWriteHint(osg::Image::STORE_INLINE);  // it exists nowhere else
             continue;
         }
-        image->setFileName(relativeName(placeTexture(texture), planned().output.parent_path()));
+        image->setFileName(relativeName(placeTexture(texture), _job.output.parent_path()));
     }
 }
 
 fs::path FileAccess::placeTexture(const fs::path& texture) {
-    if (isBelow(texture, _plan.outputFolder)) return texture;
+    const fs::path place = placeOfTexture(_job, texture);
+    if (place == texture) return place;
 
-    const fs::path place = freePlaceFor(texture);
     const bool isNew = _texturesPlaced.emplace(place.string(), texture.string()).second;
     if (isNew) {
         if (!haveSameContent(texture, place)) copyTexture(texture, place);
+        if (afterPlacing) afterPlacing(place);
         _result.texturesPlaced[place.string()] = texture.string();
     }
     return place;
 }
 
-// The mirrored place, unless another texture of this database is there already.
-fs::path FileAccess::freePlaceFor(const fs::path& texture) const {
-    const fs::path mirrored = mirroredPath(_plan, texture);
-    fs::path place = mirrored;
-    const auto isTaken = [&] {
-        const auto placed = _texturesPlaced.find(place.string());
-        if (placed != _texturesPlaced.end()) return placed->second != texture.string();
-        return _plan.inputs.count(place) != 0;
-    };
-    for (int i = 2; isTaken(); ++i) {
-        place = mirrored.parent_path() /
-                (mirrored.stem().string() + "-" + std::to_string(i) + mirrored.extension().string());
-    }
-    return place;
-}
-
 void FileAccess::copyTexture(const fs::path& from, const fs::path& to) {
-    std::ifstream source(from, std::ios::binary);
-    if (!source) throw OutputError(from.string() + ": cannot be read");
-    if (beforeWriting) beforeWriting(to);
-    WholeFile copy(to, _plan.options.overwrite);
-    if (fs::file_size(from) > 0) copy.stream() << source.rdbuf();
-    _result.textureBytesOut += copy.commit();
+    try {
+        std::ifstream source(from, std::ios::binary);
+        if (!source) throw OutputError(from.string() + ": cannot be read");
+        if (beforeWriting) beforeWriting(to);
+        WholeFile copy(to, mayReplace(to));
+        if (fs::file_size(from) > 0) copy.stream() << source.rdbuf();
+        copy.keepTimeOf(from);
+        _result.textureBytesOut += copy.commit();
+    } catch (const OutputError&) {
+        // Another process may have put it there meanwhile.
+        if (!haveSameContent(from, to)) throw;
+    }
 }
 
 }  // namespace veltrane::sceneutils::tool

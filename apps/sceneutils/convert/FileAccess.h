@@ -1,7 +1,7 @@
 #pragma once
 
 #include "../files/FileFinder.h"
-#include "ConversionPlan.h"
+#include "ConversionJob.h"
 #include "ConversionReport.h"
 
 #include <osg/BoundingSphere>
@@ -17,7 +17,7 @@
 namespace veltrane::sceneutils::tool {
 
 /**
- * Stands between the library and the disk while one file of a plan is converted, as the osgDB registry's callbacks for
+ * Stands between the library and the disk while one file is converted, as the osgDB registry's callbacks for
  * finding, reading and writing files.
  *
  * The library asks for a file, for the files that it refers to, and for outputs by names of its own making; what those
@@ -33,17 +33,17 @@ namespace veltrane::sceneutils::tool {
 class FileAccess : public osgDB::ReadFileCallback, public osgDB::WriteFileCallback, public osgDB::FindFileCallback {
 public:
     /**
-     * Gives the bounding sphere of a file of the plan, converting it first if that was not done yet, or nothing if that
-     * fails.
+     * Gives the bounding sphere of the file that one of the job's references leads to, converting it first if that was
+     * not done yet, or nothing if that fails.
      * @param palettes what the OpenFlight reader must be handed on when it reads that file; may be null
      */
-    using Obtain = std::function<std::optional<osg::BoundingSphere>(std::size_t file, osg::Referenced* palettes)>;
+    using Obtain = std::function<std::optional<osg::BoundingSphere>(std::size_t reference, osg::Referenced* palettes)>;
 
     /**
      * @param palettes what the file takes from the one that refers to it, or null
      * @param texturesPlaced what lies in the output folder already, by whom it was copied from
      */
-    FileAccess(const ConversionPlan& plan, std::size_t file, osg::Referenced* palettes,
+    FileAccess(const ConversionJob& job, osg::Referenced* palettes,
                const std::map<std::string, std::string>& texturesPlaced, Obtain obtain);
 
     /** Makes this the registry's callbacks. */
@@ -61,8 +61,21 @@ public:
     /** Called when an output is about to be written: the planned one, or a copy of a texture. */
     std::function<void(const std::filesystem::path&)> beforeWriting;
 
-    /** Called with the options that the library reads with. */
-    std::function<void(const osgDB::Options*)> onReaderOptions;
+    /** Called when another file was looked for while the planned one is read; an empty path: there is none. */
+    std::function<void(const std::filesystem::path& folder, const std::string& name,
+                       const std::filesystem::path& found)>
+        onLookup;
+
+    /** Called with the output's temporary file when it is whole, before it gets its name. */
+    std::function<void(const std::filesystem::path&)> beforeCommitting;
+
+    /** Called when a texture lies where the output expects it. */
+    std::function<void(const std::filesystem::path&)> afterPlacing;
+
+    /** Whether a file that is there already may be replaced; by default the job says it for all. */
+    std::function<bool(const std::filesystem::path&)> mayReplace = [this](const std::filesystem::path&) {
+        return _job.mayOverwrite;
+    };
 
     std::string findDataFile(const std::string& name, const osgDB::Options* options,
                              osgDB::CaseSensitivity caseSensitivity) override;
@@ -84,19 +97,16 @@ private:
     class ReferenceRenamer;
     class FinalNames;
 
-    const PlannedFile& planned() const { return _plan.files[_file]; }
     osgDB::ReaderWriter::ReadResult readPlannedFile(const osgDB::Options* options);
     osgDB::ReaderWriter::ReadResult readReferencedFile(const std::string& name);
     void writeWhole(osg::Node& node, const osgDB::Options* options);
     std::string finalName(std::size_t reference) const;
     void nameTexturesRelatively(osg::Node& node);
     std::filesystem::path placeTexture(const std::filesystem::path& texture);
-    std::filesystem::path freePlaceFor(const std::filesystem::path& texture) const;
     void copyTexture(const std::filesystem::path& from, const std::filesystem::path& to);
     void noteMissingTexture(const std::string& name);
 
-    const ConversionPlan& _plan;
-    std::size_t _file;
+    const ConversionJob& _job;
     osg::ref_ptr<osg::Referenced> _palettes;
     std::map<std::string, std::string> _texturesPlaced;
     Obtain _obtain;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace veltrane::sceneutils::tool {
@@ -12,6 +13,7 @@ namespace {
 
 // Offsets from the start of a record, whose first four bytes are its opcode and its length.
 constexpr std::size_t formatRevisionOffset = 12;
+constexpr std::size_t recordHeaderSize = 4;
 constexpr std::size_t nameOffset = 4;
 constexpr std::size_t nameSize = 200;
 constexpr std::size_t referenceFlagsOffset = 208;
@@ -135,7 +137,54 @@ private:
     std::uint32_t _revision = 0;
 };
 
+constexpr char pushLevelRecord[] = "\0\012\0\4";
+constexpr char popLevelRecord[] = "\0\013\0\4";
+
+/** Keeps the records that hand palettes on to one reference. */
+class PaletteKeeper {
+public:
+    PaletteKeeper(std::size_t reference, const PerPalette<bool>& kinds) : _reference(reference), _kinds(kinds) {
+        // A light point appearance takes its color from the palette of colors.
+        if (isWanted(Palette::LightPointAppearance)) _kinds[static_cast<std::size_t>(Palette::Color)] = true;
+    }
+
+    void take(unsigned int opcode, std::string_view record) {
+        if (opcode == externalReferenceOpcode && _references++ == _reference) {
+            kept += std::string(pushLevelRecord, recordHeaderSize) + withoutName(std::string(record));
+            return;
+        }
+        const auto palette = paletteOf(opcode);
+        if (opcode == headerOpcode || (palette && isWanted(*palette))) kept += record;
+    }
+
+    std::string kept;
+
+private:
+    // Whatever the reference is called, what it hands on is the same.
+    static std::string withoutName(std::string record) {
+        if (record.size() <= nameOffset) return record;
+        const std::size_t end = std::min(record.size(), nameOffset + nameSize);
+        std::fill(record.begin() + nameOffset, record.begin() + static_cast<std::ptrdiff_t>(end), '\0');
+        record[nameOffset] = 'x';
+        return record;
+    }
+
+    bool isWanted(Palette palette) const { return _kinds[static_cast<std::size_t>(palette)]; }
+
+    std::size_t _reference;
+    PerPalette<bool> _kinds;
+    std::size_t _references = 0;
+};
+
 }  // namespace
+
+std::string palettesHandedOn(const std::filesystem::path& path, std::size_t reference, const PerPalette<bool>& kinds) {
+    FileBytes bytes(path);
+    FlightRecordReader reader(bytes);
+    PaletteKeeper keeper(reference, kinds);
+    while (reader.next()) keeper.take(reader.opcode(), reader.record());
+    return keeper.kept + std::string(popLevelRecord, recordHeaderSize);
+}
 
 FlightFile scanFlightFile(const std::filesystem::path& path) {
     FileBytes bytes(path);

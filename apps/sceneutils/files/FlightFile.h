@@ -43,6 +43,15 @@ struct FlightFile {
 };
 
 /**
+ * A small OpenFlight file that hands on to its only reference what `path` hands on to that one: header, those palettes
+ * and the reference's record under another name, in their order.
+ * @param reference which external-reference record, counted from 0
+ * @param kinds the palettes that are wanted
+ * @throws FlightFileError as scanFlightFile() does
+ */
+std::string palettesHandedOn(const std::filesystem::path& path, std::size_t reference, const PerPalette<bool>& kinds);
+
+/**
  * Walks the file's records. Nothing in a file can make it read out of bounds, and what it keeps is bounded by a
  * multiple of the file's size.
  * @throws FlightFileError if the file cannot be read or is no whole OpenFlight file

@@ -39,6 +39,14 @@ bool renameWithoutOverwriting(const fs::path& from, const fs::path& to) {
     return std::rename(from.c_str(), to.c_str()) == 0;
 }
 
+// What has a name after a power failure shall have its content too.
+void bringToDisk(const fs::path& path) {
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) return;
+    fdatasync(file);
+    close(file);
+}
+
 }  // namespace
 
 void checkOutputPath(const fs::path& path, bool mayOverwrite) {
@@ -114,6 +122,11 @@ std::uintmax_t WholeFile::commit() {
     const std::uintmax_t bytes = fs::file_size(_temporaryPath, error);
     if (error) fail(_path, "cannot be written: " + error.message());
 
+    if (_timeFrom) fs::last_write_time(_temporaryPath, fs::last_write_time(*_timeFrom, error), error);
+    if (beforeRenaming) {
+        bringToDisk(_temporaryPath);
+        beforeRenaming(_temporaryPath);
+    }
     const bool renamed = _mayOverwrite ? std::rename(_temporaryPath.c_str(), _path.c_str()) == 0
                                        : renameWithoutOverwriting(_temporaryPath, _path);
     if (!renamed) fail(_path, std::string("cannot be written: ") + std::strerror(errno));

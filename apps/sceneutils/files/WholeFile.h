@@ -2,6 +2,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -30,6 +32,12 @@ public:
 
     std::ostream& stream() { return _stream; }
 
+    /** Gives the file the time of the last change that another has. */
+    void keepTimeOf(const std::filesystem::path& other) { _timeFrom = other; }
+
+    /** Called by commit() with the temporary file when that is whole and on the disk. */
+    std::function<void(const std::filesystem::path&)> beforeRenaming;
+
     /** Puts the file in its place and returns its size in bytes. @throws OutputError if not all of it was written */
     std::uintmax_t commit();
 
@@ -55,6 +63,7 @@ private:
     std::filesystem::path _path;
     std::filesystem::path _temporaryPath;
     bool _mayOverwrite;
+    std::optional<std::filesystem::path> _timeFrom;
     Buffer _buffer;
     std::ostream _stream{&_buffer};
 };

@@ -1,0 +1,148 @@
+#pragma once
+
+#include "ConversionJob.h"
+#include "ConversionReport.h"
+
+#include <osg/BoundingSphere>
+#include <osg/Vec3>
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace veltrane::sceneutils::tool {
+
+/** Names a job: the same file with the same palettes has the same one in every run. Letters and digits only. */
+using JobId = std::string;
+
+/** What tells whether a file is still the one that it was. */
+struct FileStamp {
+    std::uintmax_t size = 0;
+    std::int64_t time = 0;  ///< of the last change, in nanoseconds
+
+    friend bool operator==(const FileStamp& a, const FileStamp& b) { return a.size == b.size && a.time == b.time; }
+    friend bool operator!=(const FileStamp& a, const FileStamp& b) { return !(a == b); }
+};
+
+/** Nothing if there is no such file. */
+std::optional<FileStamp> stampOf(const std::filesystem::path& path);
+
+/** A file that was looked for while another was read, and what was found. */
+struct Lookup {
+    StoredPath folder;  ///< from which it was looked for
+    std::string name;
+    StoredPath found;                     ///< empty: nothing
+    std::optional<FileStamp> stamp;       ///< of what was found
+    std::optional<FileStamp> attributes;  ///< of the file of texture attributes beside it
+};
+
+/** Palettes that a file takes from above: read those that hand them on, the topmost first. */
+struct PaletteStep {
+    std::string file;   ///< in the folder of the state
+    StoredPath folder;  ///< of the file that it stands for; textures are looked for from there
+};
+
+/** Where the bounding sphere of a referenced file comes from. */
+struct SphereSource {
+    enum class Kind { None, Job, Circle };
+
+    Kind kind = Kind::None;  ///< None: the file cannot be converted
+    JobId job;
+    StoredPath path;  ///< of a file that this one is reached from: it is as large as it is when read; empty: this one
+};
+
+/** A job as it lies in the state: all that its outcome depends on, but for the spheres. */
+struct StoredJob {
+    std::string tool;  ///< which made the state, with version
+    std::optional<FileStamp> input;
+    ConversionJob conversion;
+    std::vector<SphereSource> spheres;  ///< of the references
+    std::vector<PaletteStep> palettes;
+    unsigned int attempt = 1;  ///< grows when the job is to be done again although nothing here has changed
+    std::string reason;        ///< why it is to be done, for people
+};
+
+/** What has come of a job. */
+struct StoredResult {
+    std::uint64_t job = 0;      ///< identityOf() the job that this is the result of
+    std::uint64_t spheres = 0;  ///< spheresUsedBy() it
+    FileResult result;
+    std::optional<osg::BoundingSphere> sphere;
+    std::optional<FileStamp> output;            ///< as it was written
+    std::map<std::string, FileStamp> textures;  ///< that it uses, as they lay in the output folder then
+    std::map<std::string, FileStamp> own;       ///< all that this job has ever put there, as it did last
+    std::vector<Lookup> lookups;
+};
+
+/**
+ * The folder beside an output that holds what a conversion in jobs has to remember. Files in it are whole or not there:
+ * each is written under another name and renamed.
+ */
+class StateFolder {
+public:
+    explicit StateFolder(std::filesystem::path path) : _path(std::move(path)) {}
+
+    const std::filesystem::path& path() const { return _path; }
+
+    /** All give nothing for a file that is missing or damaged. */
+    std::optional<StoredJob> job(const JobId& id) const;
+    std::optional<StoredResult> result(const JobId& id) const;
+    std::optional<FileStamp> intent(const JobId& id) const;
+    /** Tells different spheres apart; empty for a job that was not done. */
+    std::string sphereText(const JobId& id) const;
+    std::optional<osg::BoundingSphere> sphere(const JobId& id) const;
+
+    void writeJob(const JobId& id, const StoredJob& job) const;
+    void writeResult(const JobId& id, const StoredResult& result) const;
+    /** Notes that an output is about to be put in its place. */
+    void writeIntent(const JobId& id, const FileStamp& stamp) const;
+    /**
+     * Leaves the file alone if it says the same already: who waits for it then has nothing to do. There are two: what
+     * Ninja waits for it removes when it is interrupted.
+     */
+    void writeSphere(const JobId& id, const std::optional<osg::BoundingSphere>& sphere) const;
+
+    /** The names of these files, as seen from the folder. */
+    static std::string jobName(const JobId& id) { return id + ".job"; }
+    static std::string sphereName(const JobId& id) { return id + ".sphere"; }
+
+    /** @throws OutputError if the file cannot be written */
+    void write(const std::string& name, const std::string& content) const;
+    /** The same, unless that is what the file has. */
+    void writeIfDifferent(const std::string& name, const std::string& content) const;
+    std::optional<std::string> read(const std::string& name) const;
+
+    /** Removes the files of all other jobs, and palettes by other names. */
+    void forgetAllBut(const std::set<std::string>& jobsAndPalettes) const;
+
+private:
+    std::optional<nlohmann::json> readCbor(const std::string& name) const;
+
+    std::filesystem::path _path;
+};
+
+/** For a message from one process to another. */
+std::string encodeResult(const StoredResult& result);
+std::optional<StoredResult> decodeResult(const std::string& bytes);
+
+/** Tells jobs apart whose outcome may differ. */
+std::uint64_t identityOf(const StoredJob& job);
+
+/** The same for the spheres that a job takes from others. */
+std::uint64_t spheresUsedBy(const StoredJob& job, const StateFolder& state);
+
+/** Whether the job is done, and what came of it is still in place. */
+bool isUpToDate(const StateFolder& state, const JobId& id, const StoredJob& job, const StoredResult& result);
+
+/** FNV-1a */
+std::uint64_t hashOf(const std::string& bytes);
+
+/** 16 digits. */
+std::string asHexadecimal(std::uint64_t number);
+
+}  // namespace veltrane::sceneutils::tool

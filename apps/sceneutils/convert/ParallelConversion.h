@@ -1,0 +1,51 @@
+#pragma once
+
+#include "ConversionReport.h"
+#include "JobPlan.h"
+#include "JobScheduler.h"
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <ostream>
+
+namespace veltrane::sceneutils::tool {
+
+/** The folder in which a conversion in jobs keeps what it has to remember: beside the output, named after it. */
+std::filesystem::path stateFolderOf(const ConversionPlan& plan);
+
+/**
+ * Carries out a plan in jobs that run side by side, each in a process of its own that knows nothing of the others, and
+ * does only what was not done by an earlier run.
+ */
+class ParallelConversion {
+public:
+    using Listener = std::function<void(const FileResult&)>;
+
+    /** @throws CommandError if an output may not be written */
+    ParallelConversion(const ConversionPlan& plan, const ScheduleSettings& settings);
+
+    /** How many files there are to do, as far as that can be told; those that were done before are not among them. */
+    std::size_t filesToDo() const;
+
+    /** Says what run() would do and why, a line for each file. */
+    void explain(std::ostream& out) const;
+
+    /**
+     * @param onResult called for each file as soon as it is done or has failed
+     * @return what is known of all files, those included that were done before
+     */
+    ConversionReport run(const Listener& onResult);
+
+private:
+    void removeLeftovers() const;
+    FileResult resultOf(const PlannedJob& planned) const;
+
+    const ConversionPlan& _plan;
+    ScheduleSettings _settings;
+    StateFolder _state;
+    std::optional<FileStamp> _lastUse;  ///< of the state, before it was looked at
+    JobPlan _jobs;
+};
+
+}  // namespace veltrane::sceneutils::tool

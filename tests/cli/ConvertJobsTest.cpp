@@ -1,0 +1,392 @@
+#include "convert/ChildProcess.h"
+#include "convert/ObjectOrder.h"
+#include "sample/SampleDatabase.h"
+#include "support/JobConversions.h"
+#include "support/TexturedModels.h"
+
+#include <sceneutils/CreatePagedLODVisitor.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace fs = std::filesystem;
+using namespace testing_support;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using veltrane::sceneutils::tool::SampleOptions;
+using veltrane::sceneutils::tool::writeSampleDatabase;
+
+namespace {
+
+using Names = std::set<std::string>;
+
+void writeSample(const fs::path& folder, unsigned int tiles, unsigned int levels, bool sameNames = false) {
+    SampleOptions options;
+    options.tiles = tiles;
+    options.levels = levels;
+    options.sameNames = sameNames;
+    writeSampleDatabase(folder, options);
+}
+
+/** Files in a folder each that refer to one another in circles and to themselves, some by the same name. */
+void writeCircles(const fs::path& folder) {
+    writeFlight(folder / "master.flt", 20, {"west/tile.flt", "east/tile.flt", "master.flt"});
+    writeFlight(folder / "west/tile.flt", 16, {"parts/house.flt", "../east/tile.flt", "tile.flt"});
+    writeFlight(folder / "east/tile.flt", 12, {"parts/house.flt", "../west/tile.flt", "../master.flt"});
+    writeFlight(folder / "west/parts/house.flt", 3, {"../tile.flt"});
+    writeFlight(folder / "east/parts/house.flt", 5);
+}
+
+/** The outputs of `in` when it is converted without jobs. */
+std::map<std::string, std::string> convertedInOrder(const fs::path& folder) {
+    convertIn(folder, {"in/master.flt", "in-order/m.ive", "--recurse"});
+    const auto outputs = contentOf(folder / "in-order");
+    fs::remove_all(folder / "in-order");
+    return outputs;
+}
+
+/** Expects that jobs make what a conversion in order makes, however many there are. */
+void expectSameInJobs(const TemporaryDirectory& folder) {
+    const auto expected = convertedInOrder(folder.path());
+    for (const char* jobs : {"1", "8"}) {
+        fs::remove_all(folder / "out");
+        convertInJobs(folder.path(), {"--jobs", jobs});
+        expectSameOutputs(outputsIn(folder / "out"), expected);
+    }
+}
+
+/** master.flt refers to a.flt and b.flt, and a.flt to c.flt. */
+void writeTree(const fs::path& folder) {
+    writeFlight(folder / "in/master.flt", 20, {"a.flt", "b.flt"});
+    writeFlight(folder / "in/a.flt", 16, {"c.flt"});
+    writeFlight(folder / "in/b.flt", 12);
+    writeFlight(folder / "in/c.flt", 8);
+}
+
+/** Converts, lets `change` happen, converts again with more arguments, and says which outputs were written again. */
+Names writtenAfter(const TemporaryDirectory& folder, const std::function<void()>& change,
+                   const std::vector<std::string>& more = {}) {
+    EXPECT_EQ(convertInJobs(folder.path()).status, 0);
+    change();
+    const FolderState before = stateOf(folder / "out");
+    EXPECT_EQ(convertInJobs(folder.path(), more).status, 0);
+    const Names written = writtenSince(before, folder / "out");
+    const auto outputs = outputsIn(folder / "out");
+    fs::remove_all(folder / "out");
+    convertInJobs(folder.path(), more);
+    expectSameOutputs(outputs, outputsIn(folder / "out"));
+    return written;
+}
+
+}  // namespace
+
+TEST(ConvertJobs, MakeTheSameBytesHoweverManyThereAre) {
+    const TemporaryDirectory folder;
+    writeSample(folder / "in", 6, 4);
+
+    expectSameInJobs(folder);
+}
+
+TEST(ConvertJobs, MakeTheSameBytesOfTilesThatAllHaveTheSameName) {
+    const TemporaryDirectory folder;
+    writeSample(folder / "in", 4, 3, true);
+
+    expectSameInJobs(folder);
+}
+
+TEST(ConvertJobs, MakeTheSameBytesOfFilesThatReferToEachOther) {
+    const TemporaryDirectory folder;
+    writeCircles(folder / "in");
+
+    expectSameInJobs(folder);
+}
+
+TEST(ConvertJobs, MakeTheSameBytesAsTheLibraryInOneProcess) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    fs::copy(folder / "in", folder / "by-library");
+    veltrane::sceneutils::tool::runInChild(
+        60,
+        [&](const veltrane::sceneutils::tool::MessageSender&) {
+            veltrane::sceneutils::tool::orderObjectsByAge();
+            fs::current_path(folder / "by-library");
+            std::cerr.rdbuf(nullptr);
+            veltrane::sceneutils::CreatePagedLODVisitor visitor(nullptr);
+            visitor.setRecurse(true);
+            visitor.convert("master.flt", "m.ive");
+        },
+        [](const std::string&) {});
+
+    convertInJobs(folder.path());
+
+    std::map<std::string, std::string> expected;
+    for (const auto& [name, content] : contentOf(folder / "by-library")) {
+        if (fs::path(name).extension() == ".ive") expected[name] = content;
+    }
+    EXPECT_EQ(expected.size(), 4u);
+    expectSameOutputs(outputsIn(folder / "out"), expected);
+}
+
+TEST(ConvertJobs, ConvertOnlyTheMasterOrOneLevelWhenAskedTo) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    for (const std::vector<std::string>& options : {std::vector<std::string>{}, {"--convert-references"}}) {
+        std::vector<std::string> plain = {"convert", "in/master.flt", "plain/m.ive"};
+        std::vector<std::string> inJobs = {"convert", "in/master.flt", "jobs/m.ive", "--jobs", "2"};
+        plain.insert(plain.end(), options.begin(), options.end());
+        inJobs.insert(inJobs.end(), options.begin(), options.end());
+        ToolSettings settings;
+        settings.workingDirectory = folder.path();
+
+        EXPECT_EQ(countsIn(runTool(plain, settings)), countsIn(runTool(inJobs, settings)));
+
+        expectSameOutputs(outputsIn(folder / "jobs"), outputsIn(folder / "plain"));
+        fs::remove_all(folder / "jobs");
+        fs::remove_all(folder / "plain");
+    }
+}
+
+TEST(ConvertJobs, SayWhatTheyDid) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+
+    const ToolResult first = convertInJobs(folder.path());
+    const ToolResult second = convertInJobs(folder.path());
+
+    EXPECT_EQ(first.status, 0);
+    EXPECT_EQ(first.errors, "");
+    EXPECT_EQ(countsIn(first), "4 files read, 4 converted, 0 failed, 0 textures missing");
+    EXPECT_THAT(first.output, EndsWith(" s\n"));
+    EXPECT_EQ(second.status, 0);
+    EXPECT_EQ(countsIn(second), countsIn(first));
+    EXPECT_THAT(second.output, EndsWith(" s; 4 were up to date\n"));
+}
+
+TEST(ConvertJobs, ChangeNothingWhenThereIsNothingToDo) {
+    const TemporaryDirectory folder;
+    writeSample(folder / "in", 4, 2);
+    convertInJobs(folder.path());
+    const FolderState before = quietStateOf(folder / "out");
+    convertInJobs(folder.path());
+    EXPECT_EQ(quietStateOf(folder / "out"), before);
+
+    // Only Ninja is told something else.
+    convertInJobs(folder.path(), {"--jobs", "5"});
+    convertInJobs(folder.path(), {"--jobs", "1", "--launcher", "nice -n 1", "--job-timeout", "100", "--overwrite"});
+
+    FolderState after = quietStateOf(folder / "out");
+    after[".sceneutils/m.ive/build.ninja"] = before.at(".sceneutils/m.ive/build.ninja");
+    EXPECT_EQ(after, before);
+}
+
+TEST(ConvertJobs, ConvertAChangedFileAndThoseThatNeedItsNewSphere) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+
+    EXPECT_EQ(writtenAfter(folder, [&] { writeFlight(folder / "in/b.flt", 13); }), Names({"b.ive", "m.ive"}));
+}
+
+TEST(ConvertJobs, LeaveAParentAloneIfTheSphereIsTheSame) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    const auto touch = [&] {
+        fs::last_write_time(folder / "in/c.flt", fs::file_time_type::clock::now() + std::chrono::seconds(5));
+    };
+
+    EXPECT_EQ(writtenAfter(folder, touch), Names({"c.ive"}));
+}
+
+TEST(ConvertJobs, ConvertEverythingAgainForOtherOptions) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+
+    EXPECT_EQ(writtenAfter(folder, [] {}, {"--max-range", "64"}), Names({"a.ive", "b.ive", "c.ive", "m.ive"}));
+}
+
+TEST(ConvertJobs, SmoothNothingAgainButTheMaster) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+
+    EXPECT_EQ(writtenAfter(folder, [] {}, {"--no-smooth"}), Names({"m.ive"}));
+}
+
+TEST(ConvertJobs, BringBackAnOutputThatIsGone) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+
+    EXPECT_EQ(writtenAfter(folder, [&] { fs::remove(folder / "out/a.ive"); }), Names({"a.ive"}));
+}
+
+TEST(ConvertJobs, ConvertWhatIsAddedAndLeaveTheRest) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    const auto addFirst = [&] {
+        writeFlight(folder / "in/0.flt", 1);
+        writeFlight(folder / "in/b.flt", 12, {"0.flt"});
+    };
+
+    EXPECT_EQ(writtenAfter(folder, addFirst), Names({"0.ive", "b.ive"}));
+}
+
+TEST(ConvertJobs, ForgetWhatIsNoLongerReferredTo) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    convertInJobs(folder.path());
+    const std::size_t before = namesIn(folder / "out/.sceneutils").size();
+    writeFlight(folder / "in/a.flt", 16);
+
+    EXPECT_EQ(countsIn(convertInJobs(folder.path())), "3 files read, 3 converted, 0 failed, 0 textures missing");
+
+    EXPECT_EQ(namesIn(folder / "out/.sceneutils").size(), before - 5);
+}
+
+TEST(ConvertJobs, NoticeAnotherTexture) {
+    const TemporaryDirectory folder;
+    writeFlight(folder / "in/master.flt", 20, {"tile.flt", "other.flt"});
+    writeFlight(folder / "in/other.flt", 5);
+    writeGrey(folder / "in/b.png", 100);
+    writeFlight(folder / "in/tile.flt", *makeTextured("b.png"));
+    convertInJobs(folder.path());
+    const FolderState before = stateOf(folder / "out");
+
+    fs::rename(folder / "in/b.png", folder / "in/c.png");
+    const ToolResult without = convertInJobs(folder.path());
+    const Names afterLoss = writtenSince(before, folder / "out");
+    writeGrey(folder / "in/b.png", 200);
+    const ToolResult with = convertInJobs(folder.path());
+
+    EXPECT_THAT(without.errorLines(), ElementsAre("sceneutils: tile.flt: texture b.png is missing or unreadable"));
+    EXPECT_EQ(afterLoss, Names({"tile.ive"}));
+    EXPECT_EQ(writtenSince(before, folder / "out").count("m.ive"), 0u);
+    EXPECT_EQ(with.errors, "");
+    EXPECT_THAT(writtenSince(before, folder / "out"), testing::IsSupersetOf({"b.png", "tile.ive"}));
+    EXPECT_EQ(readBytes(folder / "out/b.png"), readBytes(folder / "in/b.png"));
+}
+
+TEST(ConvertJobs, TakeOverATextureWithAnotherContent) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/a.png", 100);
+    writeFlight(folder / "in/master.flt", 20, {"tile.flt"});
+    writeFlight(folder / "in/tile.flt", *makeTextured("a.png"));
+
+    EXPECT_EQ(writtenAfter(folder, [&] { writeGrey(folder / "in/a.png", 150); }), Names({"a.png", "tile.ive"}));
+}
+
+TEST(ConvertJobs, TakeOverNewAttributesOfATexture) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/a.png", 100);
+    writeFlight(folder / "in/master.flt", 20, {"tile.flt"});
+    writeFlight(folder / "in/tile.flt", *makeTextured("a.png"));
+    fs::rename(folder / "in/a.png.attr", folder / "attributes");
+
+    EXPECT_EQ(writtenAfter(folder, [&] { fs::rename(folder / "attributes", folder / "in/a.png.attr"); }),
+              Names({"tile.ive"}));
+}
+
+TEST(ConvertJobs, ConvertEverythingAgainByAnotherVersion) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    convertInJobs(folder.path());
+    for (const std::string& name : namesIn(folder / "out/.sceneutils/m.ive")) {
+        const fs::path path = fs::path(folder / "out/.sceneutils/m.ive") / name;
+        std::string bytes = readBytes(path);
+        const std::size_t version = bytes.find("sceneutils " SCENEUTILS_VERSION);
+        if (path.extension() == ".job" && version != std::string::npos)
+            writeBytes(path, bytes.replace(version, 1, "S"));
+    }
+
+    const ToolResult result = convertInJobs(folder.path(), {"--dry-run"});
+
+    for (const std::string name : {"master", "a", "b", "c"})
+        EXPECT_THAT(result.output, HasSubstr(name + ".flt: was converted by another version (Sceneutils " +
+                                             SCENEUTILS_VERSION + ", OpenSceneGraph "));
+}
+
+TEST(ConvertJobs, BringBackATextureThatIsGone) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/b.png", 100);
+    writeFlight(folder / "in/master.flt", 20, {"tile.flt", "other.flt"});
+    writeFlight(folder / "in/other.flt", *makeTextured("b.png"));
+    writeFlight(folder / "in/tile.flt", *makeTextured("b.png"));
+
+    EXPECT_EQ(writtenAfter(folder, [&] { fs::remove(folder / "out/b.png"); }), Names({"b.png", "tile.ive"}));
+}
+
+TEST(ConvertJobs, SayInADryRunWhatTheyWouldDoAndWhy) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    const ToolResult atFirst = convertInJobs(folder.path(), {"--dry-run"});
+    EXPECT_FALSE(fs::exists(folder / "out"));
+    convertInJobs(folder.path());
+    writeFlight(folder / "in/c.flt", 9);
+    fs::remove(folder / "out/b.ive");
+    const FolderState before = stateOf(folder.path());
+
+    const ToolResult result = convertInJobs(folder.path(), {"--dry-run"});
+
+    EXPECT_THAT(atFirst.output,
+                EndsWith("c.flt: has not been converted yet\nb.flt: has not been converted yet\n4 files, "
+                         "4 to convert, 0 more if bounding spheres change, 0 up to date, 0 that cannot be "
+                         "converted\n"));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output,
+              "master.flt: only if the bounding sphere of a file that it refers to changes\n"
+              "a.flt: only if the bounding sphere of a file that it refers to changes\n"
+              "c.flt: has changed\n"
+              "b.flt: its output is missing\n"
+              "4 files, 2 to convert, 2 more if bounding spheres change, 0 up to date, 0 that cannot be converted\n");
+    EXPECT_EQ(stateOf(folder.path()), before);
+}
+
+TEST(ConvertJobs, PutTheLauncherInFrontOfEveryJob) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    writeBytes(folder / "my launcher", "#!/bin/sh\necho \"$1\" >> launched\nshift\nexec \"$@\"\n");
+    fs::permissions(folder / "my launcher", fs::perms::owner_all);
+
+    const ToolResult result =
+        convertInJobs(folder.path(), {"--launcher", "'" + folder / "my launcher" + "' \"two words\""});
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(readBytes(folder / "out/.sceneutils/m.ive/launched"), "two words\ntwo words\ntwo words\ntwo words\n");
+}
+
+TEST(ConvertJobs, ReportAllFiles) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    fs::remove(folder / "in/c.flt");
+    convertInJobs(folder.path());
+
+    EXPECT_EQ(convertInJobs(folder.path(), {"--report", "r.json"}).status, 5);
+
+    const nlohmann::json report = nlohmann::json::parse(readBytes(folder / "r.json"));
+    EXPECT_EQ(report["totals"]["filesConverted"], 3);
+    EXPECT_EQ(report["files"].size(), 4u);
+}
+
+TEST(ConvertJobs, NeedTheirOptionsTogether) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    ToolSettings settings;
+    settings.workingDirectory = folder.path();
+    for (const std::vector<std::string>& option : {std::vector<std::string>{"--dry-run"},
+                                                   {"--job-timeout", "1"},
+                                                   {"--job-memory", "16"},
+                                                   {"--launcher", "nice"}}) {
+        std::vector<std::string> arguments = {"convert", "in/master.flt", "out/m.ive"};
+        arguments.insert(arguments.end(), option.begin(), option.end());
+        const ToolResult result = runTool(arguments, settings);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.errors,
+                  "sceneutils: --job-timeout, --job-memory, --launcher and --dry-run need --jobs (see --help)\n");
+    }
+    EXPECT_FALSE(fs::exists(folder / "out"));
+}
