@@ -32,8 +32,8 @@ TEST(FileAccess, RefusesToWriteLessThanThereIs) {
     ConversionOptions options;
     options.input = folder / "a.flt";
     options.output = folder / "a.ive";
-    const ConversionPlan plan = planConversion(options);
-    const osg::ref_ptr<FileAccess> access = new FileAccess(plan, 0, nullptr, {}, {});
+    const ConversionJob job = jobOf(planConversion(options), 0);
+    const osg::ref_ptr<FileAccess> access = new FileAccess(job, nullptr, {}, {});
     access->afterReading = [&] { access->graph()->asGroup()->addChild(new UnknownNode); };
     const OwnCallbacks callbacks;
     access->install();

@@ -305,9 +305,9 @@ TEST(GraphFile, NotesTheFolderOfTilesAndReferencesThatHaveNone) {
     const osg::ref_ptr<osg::PagedLOD> elsewhere = new osg::PagedLOD;
     elsewhere->setDatabasePath("/far");
     const osg::ref_ptr<osg::Group> root = new osg::Group;
-    for (const osg::ref_ptr<osg::Node> child :
-         {osg::ref_ptr<osg::Node>(tile), osg::ref_ptr<osg::Node>(reference), osg::ref_ptr<osg::Node>(elsewhere)})
-        root->addChild(child);
+    root->addChild(tile);
+    root->addChild(reference);
+    root->addChild(elsewhere);
     veltrane::sceneutils::tool::resolveNames(*root, "/near");
     EXPECT_EQ(tile->getDatabasePath(), "/near/");
     EXPECT_EQ(reference->getDatabasePath(), "/near/");
