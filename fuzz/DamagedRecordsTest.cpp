@@ -37,6 +37,9 @@ std::size_t mostBytesInUse = 0;
 
 }  // namespace
 
+// The compiler does not know that these are pairs: all that `new` gives comes back to the `delete` below.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     void* memory = std::malloc(size == 0 ? 1 : size);
     if (memory) bytesInUse += malloc_usable_size(memory);

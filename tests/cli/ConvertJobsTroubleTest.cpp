@@ -147,7 +147,12 @@ TEST(ConvertJobsTrouble, NamesAFileThatIsMissing) {
 }
 
 TEST(ConvertJobsTrouble, NamesAFileThatCrashesTheReader) {
-    EXPECT_THAT(reasonForOneBad(writeTooDeep, {}), AllOf(HasSubstr("crashed"), EndsWith("(Segmentation fault)\n")));
+    const std::string reason = reasonForOneBad(writeTooDeep, {});
+#ifdef __SANITIZE_ADDRESS__  // which ends the process itself
+    EXPECT_EQ(reason, "failed while being processed\n");
+#else
+    EXPECT_THAT(reason, AllOf(HasSubstr("crashed"), EndsWith("(Segmentation fault)\n")));
+#endif
 }
 
 TEST(ConvertJobsTrouble, NamesAFileThatTakesTooLongByTheClock) {

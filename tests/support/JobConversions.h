@@ -34,6 +34,7 @@ inline bool isState(const std::string& name) {
 /** What a conversion has written, without what it remembers. */
 inline std::map<std::string, std::string> outputsIn(const std::filesystem::path& folder) {
     std::map<std::string, std::string> outputs;
+    if (!std::filesystem::exists(folder)) return outputs;
     for (const auto& [name, content] : contentOf(folder)) {
         if (!isState(name)) outputs[name] = content;
     }
