@@ -150,7 +150,7 @@ TEST(ConvertJobsTrouble, NamesAFileThatIsMissing) {
 TEST(ConvertJobsTrouble, NamesAFileThatCrashesTheReader) {
     const std::string reason = reasonForOneBad(writeTooDeep, {});
 #ifdef __SANITIZE_ADDRESS__  // which ends the process itself
-    EXPECT_EQ(reason, "failed while being processed\n");
+    EXPECT_THAT(reason, StartsWith("failed while being "));
 #else
     EXPECT_THAT(reason, AllOf(HasSubstr("crashed"), EndsWith("(Segmentation fault)\n")));
 #endif
