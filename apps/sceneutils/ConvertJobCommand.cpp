@@ -32,17 +32,13 @@ ExitStatus runJobs(const JobArguments& arguments) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);  // nobody would know of what is done after that
     JobSettings settings = arguments.settings;
     settings.limits.memoryBytes = arguments.memory * bytesPerMiB;
-    JobRunner runner(StateFolder(arguments.state), settings);
-    ExitStatus status = ExitStatus::Done;
-    for (const JobId& id : arguments.jobs) {
-        try {
-            runner.run(id);
-        } catch (const std::exception& error) {
-            std::cerr << "sceneutils: " << withoutControlCharacters(error.what()) << "\n";
-            status = ExitStatus::OutputNotWritten;
-        }
+    try {
+        JobRunner(StateFolder(arguments.state), settings).run(arguments.jobs);
+        return ExitStatus::Done;
+    } catch (const std::exception& error) {
+        std::cerr << "sceneutils: " << withoutControlCharacters(error.what()) << "\n";
+        return ExitStatus::OutputNotWritten;
     }
-    return status;
 }
 
 }  // namespace

@@ -77,8 +77,9 @@ bool writeAll(int fileDescriptor, const char* data, std::size_t size) {
 
 using Clock = std::chrono::steady_clock;
 
-// No message has this size: what a child says when its memory is used up, with nothing allocated.
+// No message has these sizes. The first is what a child says when its memory is used up, with nothing allocated.
 constexpr MessageSize memoryIsUsedUp = std::numeric_limits<MessageSize>::max();
+constexpr MessageSize startsAnew = memoryIsUsedUp - 1;
 
 /** Thrown when a child is not worth waiting for any more. */
 struct TimeIsOver {};
@@ -87,11 +88,12 @@ struct MemoryIsUsedUp {};
 /** When to stop waiting for a child. */
 class Deadline {
 public:
-    explicit Deadline(unsigned int seconds)
-        : _isSet(seconds > 0), _time(Clock::now() + std::chrono::seconds(seconds)) {}
+    explicit Deadline(unsigned int seconds) : _seconds(seconds) { startAnew(); }
+
+    void startAnew() { _time = Clock::now() + _seconds; }
 
     void waitForInput(int fileDescriptor) const {
-        if (!_isSet) return;
+        if (_seconds.count() == 0) return;
         for (;;) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(_time - Clock::now()).count();
             if (left < 0) throw TimeIsOver();
@@ -103,7 +105,7 @@ public:
 private:
     static constexpr long long longestWait = 60'000;
 
-    bool _isSet;
+    std::chrono::seconds _seconds;
     Clock::time_point _time;
 };
 
@@ -120,9 +122,12 @@ bool readAll(int fileDescriptor, char* data, std::size_t size, const Deadline& d
 }
 
 // False at the end of the messages; a message that its sender could not finish is dropped.
-bool receiveMessage(int fileDescriptor, std::string& message, const Deadline& deadline) {
+bool receiveMessage(int fileDescriptor, std::string& message, Deadline& deadline) {
     MessageSize size = 0;
-    if (!readAll(fileDescriptor, reinterpret_cast<char*>(&size), sizeof size, deadline)) return false;
+    do {
+        if (!readAll(fileDescriptor, reinterpret_cast<char*>(&size), sizeof size, deadline)) return false;
+        if (size == startsAnew) deadline.startAnew();
+    } while (size == startsAnew);
     if (size == memoryIsUsedUp) throw MemoryIsUsedUp();
     message.resize(size);
     return readAll(fileDescriptor, message.data(), message.size(), deadline);
@@ -148,13 +153,31 @@ void limitMemory(std::uint64_t bytes, int pipeEnd) {
     std::set_new_handler(tellThatMemoryIsUsedUp);
 }
 
+// A child that ignores the signal is ended when it has used the time of all its pieces of work.
+void limitProcessorTime(const ChildLimits& limits) {
+    rlimit limit = {};
+    limit.rlim_cur = limits.processorSeconds;
+    limit.rlim_max = rlim_t{limits.processorSeconds} * limits.piecesOfWork + 1;
+    setrlimit(RLIMIT_CPU, &limit);
+}
+
+// Beyond what the child has used already.
+void allowMoreProcessorTime(unsigned int seconds) {
+    rusage used = {};
+    rlimit limit = {};
+    getrusage(RUSAGE_SELF, &used);
+    getrlimit(RLIMIT_CPU, &limit);
+    const auto usedSeconds = static_cast<rlim_t>(used.ru_utime.tv_sec + used.ru_stime.tv_sec);
+    limit.rlim_cur = std::min(limit.rlim_max, usedSeconds + seconds);
+    setrlimit(RLIMIT_CPU, &limit);
+}
+
 void limitChild(pid_t parent, const ChildLimits& limits, int pipeEnd) {
     dieWith(parent);
 
     const rlimit noCoreFile = {0, 0};
     setrlimit(RLIMIT_CORE, &noCoreFile);
-    const rlimit processorTime = {limits.processorSeconds, limits.processorSeconds + 1};
-    setrlimit(RLIMIT_CPU, &processorTime);
+    limitProcessorTime(limits);
     std::signal(SIGPIPE, SIG_IGN);
     limitMemory(limits.memoryBytes, pipeEnd);
 }
@@ -164,7 +187,7 @@ void limitChild(pid_t parent, const ChildLimits& limits, int pipeEnd) {
     limitChild(parent, limits, pipeEnd);
     int status = 0;
     try {
-        work(MessageSender(pipeEnd));
+        work(MessageSender(pipeEnd, limits));
     } catch (...) {
         status = 1;
     }
@@ -186,6 +209,11 @@ void MessageSender::send(const std::string& message) const {
     std::memcpy(framed.data(), &size, sizeof size);
     framed += message;
     writeAll(_fileDescriptor, framed.data(), framed.size());
+}
+
+void MessageSender::startAnew() const {
+    allowMoreProcessorTime(_limits.processorSeconds);
+    writeAll(_fileDescriptor, reinterpret_cast<const char*>(&startsAnew), sizeof startsAnew);
 }
 
 namespace {
@@ -269,7 +297,7 @@ void readLines(int fileDescriptor, const std::function<void(const std::string&)>
 ChildEnd runInChild(const ChildLimits& limits, const std::function<void(const MessageSender&)>& work,
                     const std::function<void(const std::string&)>& receive) {
     Pipe pipe;
-    const Deadline deadline(limits.seconds);
+    Deadline deadline(limits.seconds);
     const pid_t parent = getpid();
     const pid_t child = forkOrThrow();
     if (child == 0) {

@@ -7,18 +7,6 @@
 
 namespace veltrane::sceneutils::tool {
 
-/** The child's end of the pipe to its parent. */
-class MessageSender {
-public:
-    explicit MessageSender(int fileDescriptor) : _fileDescriptor(fileDescriptor) {}
-
-    /** Sends a message of any bytes. A parent that no longer listens is not an error. */
-    void send(const std::string& message) const;
-
-private:
-    int _fileDescriptor;
-};
-
 constexpr std::uint64_t bytesPerMiB = 1 << 20;
 
 /** What a child process may use. */
@@ -28,6 +16,23 @@ struct ChildLimits {
     unsigned int processorSeconds;
     unsigned int seconds = 0;       ///< by the clock; 0: no limit
     std::uint64_t memoryBytes = 0;  ///< of data; 0: no limit
+    unsigned int piecesOfWork = 1;  ///< each of which has all of the time
+};
+
+/** The child's end of the pipe to its parent. */
+class MessageSender {
+public:
+    MessageSender(int fileDescriptor, const ChildLimits& limits) : _fileDescriptor(fileDescriptor), _limits(limits) {}
+
+    /** Sends a message of any bytes. A parent that no longer listens is not an error. */
+    void send(const std::string& message) const;
+
+    /** Begins another piece of work: what time it may take counts from here. In whole seconds of processor time. */
+    void startAnew() const;
+
+private:
+    int _fileDescriptor;
+    ChildLimits _limits;
 };
 
 /** How a child process ended. */

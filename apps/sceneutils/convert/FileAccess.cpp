@@ -138,6 +138,13 @@ void FileAccess::install() {
     registry->setWriteFileCallback(this);
 }
 
+void FileAccess::uninstall() {
+    osgDB::Registry* registry = osgDB::Registry::instance();
+    registry->setFindFileCallback(nullptr);
+    registry->setReadFileCallback(nullptr);
+    registry->setWriteFileCallback(nullptr);
+}
+
 // What a file names is looked for from that file's folder, and never in the folder that happens to be the working
 // directory.
 std::string FileAccess::findDataFile(const std::string& name, const osgDB::Options*, osgDB::CaseSensitivity) {
@@ -221,7 +228,7 @@ void FileAccess::writeWhole(osg::Node& node, const osgDB::Options* options) {
     ReaderWriter* writer = osgDB::Registry::instance()->getReaderWriterForExtension("ive");
     if (!writer) throw OutputError("OpenSceneGraph's plug-in for .ive files is not installed");
 
-    // This process ends with this file, so the graph may keep the names that are meant for the file.
+    // Nobody uses the graph after this, so it may keep the names that are meant for the file.
     FinalNames names(*this);
     node.accept(names);
     nameTexturesRelatively(node);

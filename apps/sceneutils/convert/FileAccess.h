@@ -49,6 +49,9 @@ public:
     /** Makes this the registry's callbacks. */
     void install();
 
+    /** Leaves the registry without callbacks. */
+    static void uninstall();
+
     /** The planned file's graph while it is being converted; null before it is read. Owned by the reader. */
     osg::Node* graph() const { return _graph; }
 

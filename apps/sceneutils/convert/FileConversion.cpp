@@ -80,6 +80,7 @@ FileOutcome convertFile(const ConversionJob& job, osg::Referenced* palettes,
     access->install();
 
     const osg::ref_ptr<osg::Node> graph = job.output.empty() ? readOnly() : convertByLibrary(job);
+    FileAccess::uninstall();
     FileOutcome outcome;
     outcome.result = access->result();
     outcome.result.problem = problemOf(job, outcome.result, graph);

@@ -37,8 +37,8 @@ struct FileConversionEvents {
 };
 
 /**
- * Converts one file by the library. For a process of its own: it changes the osgDB registry and the standard streams,
- * and what the file does to OpenSceneGraph is not undone.
+ * Converts one file by the library. For a process of its own, or one that converts nothing else: it changes the
+ * standard streams, and what a damaged file does to OpenSceneGraph is not undone.
  * @param palettes what the file takes from the one that refers to it, or null
  * @param texturesPlaced what lies in the output folder already, by whom it was copied from
  */

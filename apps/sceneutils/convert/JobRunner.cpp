@@ -7,6 +7,7 @@
 #include "ObjectOrder.h"
 
 #include <osgDB/FileNameUtils>
+#include <osgDB/Registry>
 
 #include <set>
 #include <system_error>
@@ -77,51 +78,85 @@ JobRunner::JobRunner(StateFolder state, const JobSettings& settings) : _state(st
     loadPlugIns({"flt", "ive"});
 }
 
-void JobRunner::run(const JobId& id) {
-    const auto job = _state.job(id);
+void JobRunner::run(const std::vector<JobId>& ids) {
+    std::vector<Task> tasks;
+    for (const JobId& id : ids) {
+        if (auto task = taskOf(id)) tasks.push_back(std::move(*task));
+    }
+    for (std::size_t next = 0; next < tasks.size();) next = convertInChild(tasks, next);
+}
+
+/** Nothing if the job is up to date. */
+std::optional<JobRunner::Task> JobRunner::taskOf(const JobId& id) const {
+    auto job = _state.job(id);
     if (!job) {
         throw CommandError(ExitStatus::InputUnreadable,
                            (_state.path() / StateFolder::jobName(id)).string() + ": is no job");
     }
-    const auto before = _state.result(id);
-    if (before && isUpToDate(_state, id, *job, *before)) return _state.writeSphere(id, before->sphere);
-
+    auto before = _state.result(id);
+    if (before && isUpToDate(_state, id, *job, *before)) {
+        _state.writeSphere(id, before->sphere);
+        return std::nullopt;
+    }
     if (before) loadPlugIns(extensionsIn(*before));
-    StoredResult result = convertInChild(id, *job, before);
-    result.job = identityOf(*job);
-    result.spheres = spheresUsedBy(*job, _state);
-    _state.writeResult(id, result);
-    _state.writeSphere(id, result.sphere);
-    loadPlugIns(extensionsIn(result));
+    return Task{id, std::move(*job), std::move(before)};
 }
 
-StoredResult JobRunner::convertInChild(const JobId& id, const StoredJob& job,
-                                       const std::optional<StoredResult>& before) const {
-    StoredResult failed;
-    if (before) {
-        // Still the tool's own, though of an earlier run.
-        failed.output = before->output;
-        failed.own = before->own;
-    }
+/** Returns the first task that is left to do. */
+std::size_t JobRunner::convertInChild(const std::vector<Task>& tasks, std::size_t first) {
+    std::size_t next = first;
+    FileResult failure;
     LastWords lastWords;
+    ChildLimits limits = _settings.limits;
+    limits.piecesOfWork = static_cast<unsigned int>(tasks.size() - first);
     try {
         const ChildEnd end = runInChild(
-            _settings.limits,
-            [&](const MessageSender& parent) {
-                parent.send(resultMessage + encodeResult(convert(id, job, before, parent)));
-            },
-            [&](const std::string& message) { lastWords.hear(message); });
-        if (lastWords.result && lastWords.result->result.problem.empty()) return *lastWords.result;
-        failed.result = lastWords.result ? lastWords.result->result : failureOf(end, lastWords, _settings.limits);
+            limits, [&](const MessageSender& parent) { convertInTurn(tasks, first, parent); },
+            [&](const std::string& message) {
+                lastWords.hear(message);
+                if (!lastWords.result) return;
+                store(tasks[next++], *lastWords.result);
+                lastWords = {};
+            });
+        if (next < tasks.size()) failure = failureOf(end, lastWords, _settings.limits);
     } catch (const std::system_error& error) {
-        failed.result.problem = error.what();
+        failure.problem = error.what();
     }
-    return failed;
+    if (next > first) return next;
+
+    StoredResult failed;
+    failed.result = failure;
+    if (tasks[first].before) failed.own = tasks[first].before->own;
+    store(tasks[first], std::move(failed));
+    return first + 1;
 }
 
 // In a process of its own.
-StoredResult JobRunner::convert(const JobId& id, const StoredJob& job, const std::optional<StoredResult>& before,
-                                const MessageSender& parent) const {
+void JobRunner::convertInTurn(const std::vector<Task>& tasks, std::size_t first, const MessageSender& parent) const {
+    for (std::size_t i = first; i < tasks.size(); ++i) {
+        if (i != first) parent.startAnew();
+        const StoredResult result = convert(tasks[i], parent);
+        const bool hasFailed = !result.result.problem.empty();
+        if (!hasFailed || i == first) parent.send(resultMessage + encodeResult(result));
+        if (hasFailed) return;
+        osgDB::Registry::instance()->clearObjectCache();  // what one file has made of an image is not another's
+    }
+}
+
+void JobRunner::store(const Task& task, StoredResult result) const {
+    // What an earlier run has written is still the tool's own.
+    if (!result.result.problem.empty()) result.output = task.before ? task.before->output : std::nullopt;
+    result.job = identityOf(task.job);
+    result.spheres = spheresUsedBy(task.job, _state);
+    _state.writeResult(task.id, result);
+    _state.writeSphere(task.id, result.sphere);
+    loadPlugIns(extensionsIn(result));
+}
+
+StoredResult JobRunner::convert(const Task& task, const MessageSender& parent) const {
+    const JobId& id = task.id;
+    const StoredJob& job = task.job;
+    const std::optional<StoredResult>& before = task.before;
     orderObjectsByAge();
     StoredResult stored;
     std::set<std::string> looked;

@@ -3,7 +3,9 @@
 #include "ChildProcess.h"
 #include "JobFiles.h"
 
-#include <string>
+#include <cstddef>
+#include <optional>
+#include <vector>
 
 namespace veltrane::sceneutils::tool {
 
@@ -14,21 +16,38 @@ struct JobSettings {
     bool isVerbose = false;
 };
 
-/** Does jobs of a conversion, each in a process of its own, and leaves what has come of them in the state. */
+/**
+ * Does jobs of a conversion and leaves what has come of them in the state. Each has the limits to itself, and one that
+ * crashes or runs away costs only itself.
+ */
 class JobRunner {
 public:
     JobRunner(StateFolder state, const JobSettings& settings);
 
     /**
-     * Does one job, unless it is up to date. A file that fails is a result like any other.
-     * @throws CommandError if there is no such job, OutputError if the result cannot be written
+     * Does jobs that do not need each other, unless they are up to date. A file that fails is a result like any other.
+     *
+     * One process converts them in turn, because to make a process takes as long as to convert a small file. What it
+     * leaves undone, because it crashes, meets a limit or only says that a file failed, is taken up by another
+     * process: that a file failed counts only from a process that had no other before it.
+     *
+     * @throws CommandError if a job is not there, OutputError if a result cannot be written
      */
-    void run(const JobId& id);
+    void run(const std::vector<JobId>& ids);
 
 private:
-    StoredResult convertInChild(const JobId& id, const StoredJob& job, const std::optional<StoredResult>& before) const;
-    StoredResult convert(const JobId& id, const StoredJob& job, const std::optional<StoredResult>& before,
-                         const MessageSender& parent) const;
+    /** A job that is to be done. */
+    struct Task {
+        JobId id;
+        StoredJob job;
+        std::optional<StoredResult> before;
+    };
+
+    std::optional<Task> taskOf(const JobId& id) const;
+    std::size_t convertInChild(const std::vector<Task>& tasks, std::size_t first);
+    void convertInTurn(const std::vector<Task>& tasks, std::size_t first, const MessageSender& parent) const;
+    StoredResult convert(const Task& task, const MessageSender& parent) const;
+    void store(const Task& task, StoredResult result) const;
 
     StateFolder _state;
     JobSettings _settings;
