@@ -179,6 +179,14 @@ void addConvertCommand(CLI::App& app, ExitStatus& result) {
         ->check(CLI::Validator(checkRange, ">=0"))
         ->capture_default_str();
     command->add_flag("--no-smooth", arguments->noSmooth, "Leave normals as they are");
+    command
+        ->add_option_function<std::string>(
+            "--textures", [&options](const std::string& mode) { options.textures = textureModes().at(mode); },
+            "What becomes of textures: 'relative' copies those that do not lie in the output's folder to where they "
+            "mirror their source, 'copy' copies all into the folder NAME.textures beside NAME.ive, 'embed' stores "
+            "their pixels in the .ive files")
+        ->check(CLI::IsMember(std::vector<std::string>{"relative", "copy", "embed"}))
+        ->default_str("relative");
     command->add_flag("--overwrite", options.overwrite, "Replace outputs that exist; inputs are never touched");
     command->add_option("--report", arguments->report, "Also write what became of each file to this JSON file");
     command->add_option("--time-limit", options.secondsPerFile, "Processor time that one file may take, in seconds")
