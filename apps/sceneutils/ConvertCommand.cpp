@@ -210,7 +210,8 @@ void addConvertCommand(CLI::App& app, ExitStatus& result) {
     command->add_flag("--verbose", options.verbose, "Show the messages of the library and of OpenSceneGraph");
     command->footer(
         std::string(
-            "Textures and converted files lie in the output's folder as they lay in the master's and name each other\n"
+            "Converted files, and by default textures, lie in the output's folder as they lay in the master's and name "
+            "each\nother "
             "relatively; with --recurse the folder is the whole database, which can be moved or copied as one.\n"
             "Files that are missing, damaged or cut short are named on standard error; the rest is converted (status "
             "5).") +
