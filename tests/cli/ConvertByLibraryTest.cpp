@@ -55,7 +55,10 @@ public:
     }
 };
 
-/** Converts "master.flt" in a folder into "m.ive", with all that it refers to, by one call in a process of its own. */
+/**
+ * Converts "master.flt" in a folder, with all that it refers to, by one call in a process of its own. A reference back
+ * to the master is named "master.ive" by the library, whatever the output is called, so that is what it is called here.
+ */
 void convertByLibrary(const fs::path& folder) {
     const auto convert = [&](const tool::MessageSender&) {
         tool::orderObjectsByAge();
@@ -67,36 +70,38 @@ void convertByLibrary(const fs::path& folder) {
         osgDB::Registry::instance()->setWriteFileCallback(application);
         CreatePagedLODVisitor visitor(nullptr);
         visitor.setRecurse(true);
-        visitor.convert("master.flt", "m.ive");
+        visitor.convert("master.flt", "master.ive");
     };
     tool::runInChild(60, convert, [](const std::string&) {});
 }
 
-Outputs convertedFilesIn(const fs::path& folder) {
-    Outputs outputs;
+/** Content by name of the files of one kind below a folder. */
+Outputs filesIn(const fs::path& folder, const std::string& ending) {
+    Outputs files;
     for (const auto& [name, content] : contentOf(folder)) {
-        if (fs::path(name).extension() == ".ive" && !isState(name)) outputs[name] = content;
+        if (fs::path(name).extension() == ending && !isState(name)) files[name] = content;
     }
-    return outputs;
+    return files;
 }
 
 /** Expects that the tool makes of "in" what the library makes of it, in place and elsewhere, in jobs and without. */
-void expectSameAsByLibrary(const TemporaryDirectory& folder, std::size_t files) {
+void expectSameAsByLibrary(const TemporaryDirectory& folder) {
+    const std::size_t files = filesIn(folder / "in", ".flt").size();
     for (const char* copy : {"library", "plain", "jobs-1", "jobs-8"})
         fs::copy(folder / "in", folder / copy, fs::copy_options::recursive);
     convertByLibrary(folder / "library");
-    const Outputs expected = convertedFilesIn(folder / "library");
+    const Outputs expected = filesIn(folder / "library", ".ive");
     EXPECT_EQ(expected.size(), files);
 
-    convertIn(folder.path(), {"plain/master.flt", "plain/m.ive", "--recurse"});
-    expectSameOutputs(convertedFilesIn(folder / "plain"), expected);
+    convertIn(folder.path(), {"plain/master.flt", "plain/master.ive", "--recurse"});
+    expectSameOutputs(filesIn(folder / "plain", ".ive"), expected);
     for (const std::string jobs : {"1", "8"}) {
         const std::string place = "jobs-" + jobs;
-        convertIn(folder.path(), {place + "/master.flt", place + "/m.ive", "--recurse", "--jobs", jobs});
-        expectSameOutputs(convertedFilesIn(folder / place), expected);
+        convertIn(folder.path(), {place + "/master.flt", place + "/master.ive", "--recurse", "--jobs", jobs});
+        expectSameOutputs(filesIn(folder / place, ".ive"), expected);
     }
-    convertIn(folder.path(), {"in/master.flt", "out/m.ive", "--recurse"});
-    expectSameOutputs(convertedFilesIn(folder / "out"), expected);
+    convertIn(folder.path(), {"in/master.flt", "out/master.ive", "--recurse"});
+    expectSameOutputs(filesIn(folder / "out", ".ive"), expected);
 }
 
 void writeSample(const fs::path& folder, unsigned int tiles, unsigned int levels) {
@@ -115,15 +120,15 @@ TEST(ConvertByLibrary, GivesTheSameBytesOfFilesInOneFolder) {
     writeFlight(folder / "in/b.flt", 12, {"c.flt"});
     writeFlight(folder / "in/c.flt", 8);
 
-    expectSameAsByLibrary(folder, 4);
+    expectSameAsByLibrary(folder);
 }
 
 TEST(ConvertByLibrary, GivesTheSameBytesOfTexturedDatabasesOfSeveralLevels) {
-    for (const unsigned int levels : {1u, 2u, 3u}) {
+    for (const unsigned int levels : {2u, 3u}) {
         const TemporaryDirectory folder;
-        writeSample(folder / "in", 4, levels);
+        writeSample(folder / "in", 2, levels);
 
-        expectSameAsByLibrary(folder, levels);
+        expectSameAsByLibrary(folder);
     }
 }
 
@@ -138,7 +143,7 @@ TEST(ConvertByLibrary, GivesTheSameBytesOfAtlases) {
     writeTextured(folder / "in/tiles/b.flt", textures, {"c.flt"}, 1.0f);
     writeTextured(folder / "in/tiles/c.flt", textures, {}, 1.0f);
 
-    expectSameAsByLibrary(folder, 4);
+    expectSameAsByLibrary(folder);
 }
 
 TEST(ConvertByLibrary, GivesTheSameBytesOfFilesThatReferToEachOther) {
@@ -148,5 +153,5 @@ TEST(ConvertByLibrary, GivesTheSameBytesOfFilesThatReferToEachOther) {
     writeFlight(folder / "in/b.flt", 12, {"a.flt", "master.flt", "c.flt"});
     writeFlight(folder / "in/c.flt", 8);
 
-    expectSameAsByLibrary(folder, 4);
+    expectSameAsByLibrary(folder);
 }
