@@ -179,6 +179,14 @@ void addConvertCommand(CLI::App& app, ExitStatus& result) {
         ->check(CLI::Validator(checkRange, ">=0"))
         ->capture_default_str();
     command->add_flag("--no-smooth", arguments->noSmooth, "Leave normals as they are");
+    command
+        ->add_option_function<std::string>(
+            "--textures", [&options](const std::string& mode) { options.textures = textureModes().at(mode); },
+            "What becomes of textures: 'relative' copies those that do not lie in the output's folder to where they "
+            "mirror their source, 'copy' copies all into the folder NAME.textures beside NAME.ive, 'embed' stores "
+            "their pixels in the .ive files")
+        ->check(CLI::IsMember(std::vector<std::string>{"relative", "copy", "embed"}))
+        ->default_str("relative");
     command->add_flag("--overwrite", options.overwrite, "Replace outputs that exist; inputs are never touched");
     command->add_option("--report", arguments->report, "Also write what became of each file to this JSON file");
     command->add_option("--time-limit", options.secondsPerFile, "Processor time that one file may take, in seconds")
@@ -202,7 +210,8 @@ void addConvertCommand(CLI::App& app, ExitStatus& result) {
     command->add_flag("--verbose", options.verbose, "Show the messages of the library and of OpenSceneGraph");
     command->footer(
         std::string(
-            "Textures and converted files lie in the output's folder as they lay in the master's and name each other\n"
+            "Converted files, and by default textures, lie in the output's folder as they lay in the master's and name "
+            "each\nother "
             "relatively; with --recurse the folder is the whole database, which can be moved or copied as one.\n"
             "Files that are missing, damaged or cut short are named on standard error; the rest is converted (status "
             "5).") +

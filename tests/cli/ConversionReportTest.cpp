@@ -118,6 +118,7 @@ TEST(ConversionReport, HasAJsonFormOfTheRun) {
     plan.options.convertReferences = true;
     plan.options.maxRange = 2500.0f;
     plan.options.smooth = false;
+    plan.options.textures = TextureMode::Copy;
     const nlohmann::json json = reportAsJson(plan, {{converted(0, 10)}, 1.5});
     EXPECT_THAT(fieldsOf(json),
                 UnorderedElementsAre("version", "command", "input", "output", "options", "totals", "files"));
@@ -129,7 +130,8 @@ TEST(ConversionReport, HasAJsonFormOfTheRun) {
                                                {"convertReferences", true},
                                                {"maxRange", 2500.0},
                                                {"smooth", false},
-                                               {"overwrite", false}}));
+                                               {"overwrite", false},
+                                               {"textures", "copy"}}));
 }
 
 TEST(ConversionReport, HasTheSummarysTotalsInItsJsonForm) {

@@ -1,10 +1,6 @@
-#include "convert/ChildProcess.h"
-#include "convert/ObjectOrder.h"
 #include "sample/SampleDatabase.h"
 #include "support/JobConversions.h"
 #include "support/TexturedModels.h"
-
-#include <sceneutils/CreatePagedLODVisitor.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -107,32 +103,6 @@ TEST(ConvertJobs, MakeTheSameBytesOfFilesThatReferToEachOther) {
     writeCircles(folder / "in");
 
     expectSameInJobs(folder);
-}
-
-TEST(ConvertJobs, MakeTheSameBytesAsTheLibraryInOneProcess) {
-    const TemporaryDirectory folder;
-    writeTree(folder.path());
-    fs::copy(folder / "in", folder / "by-library");
-    veltrane::sceneutils::tool::runInChild(
-        60,
-        [&](const veltrane::sceneutils::tool::MessageSender&) {
-            veltrane::sceneutils::tool::orderObjectsByAge();
-            fs::current_path(folder / "by-library");
-            std::cerr.rdbuf(nullptr);
-            veltrane::sceneutils::CreatePagedLODVisitor visitor(nullptr);
-            visitor.setRecurse(true);
-            visitor.convert("master.flt", "m.ive");
-        },
-        [](const std::string&) {});
-
-    convertInJobs(folder.path());
-
-    std::map<std::string, std::string> expected;
-    for (const auto& [name, content] : contentOf(folder / "by-library")) {
-        if (fs::path(name).extension() == ".ive") expected[name] = content;
-    }
-    EXPECT_EQ(expected.size(), 4u);
-    expectSameOutputs(outputsIn(folder / "out"), expected);
 }
 
 TEST(ConvertJobs, ConvertOnlyTheMasterOrOneLevelWhenAskedTo) {

@@ -1,5 +1,4 @@
-#include "support/Conversions.h"
-#include "support/TexturedModels.h"
+#include "support/ConvertedTextures.h"
 
 #include <sceneutils/CreatePagedLODVisitor.h>
 
@@ -18,45 +17,7 @@
 namespace fs = std::filesystem;
 using namespace testing_support;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::UnorderedElementsAre;
-
-namespace {
-
-void writeTextured(const fs::path& path, const std::vector<std::string>& textures,
-                   const std::vector<std::string>& references = {}, float repeats = 4.0f) {
-    const osg::ref_ptr<osg::Group> model = makeModel(10, references);
-    for (const std::string& texture : textures) model->addChild(makeTextured(texture, repeats));
-    writeFlight(path, *model);
-}
-
-/** The names that a converted file has stored for its textures. */
-std::vector<std::string> textureNamesIn(const fs::path& path) {
-    struct Recorder : osgDB::ReadFileCallback {
-        osgDB::ReaderWriter::ReadResult readImage(const std::string& name, const osgDB::Options*) override {
-            names.push_back(name);
-            return new osg::Image;
-        }
-        std::vector<std::string> names;
-    };
-    const osg::ref_ptr<Recorder> recorder = new Recorder;
-    osgDB::Registry::instance()->setReadFileCallback(recorder);
-    load(path);
-    osgDB::Registry::instance()->setReadFileCallback(nullptr);
-    return recorder->names;
-}
-
-/** The grey of each texture of a converted file; -1 for one without pixels. */
-std::vector<int> greysIn(const fs::path& path) {
-    std::vector<int> greys;
-    for (const auto& texture : findTextures(load(path))) {
-        const osg::Image* image = texture->getImage();
-        greys.push_back(image && image->data() ? image->data()[0] : -1);
-    }
-    return greys;
-}
-
-}  // namespace
 
 TEST(ConvertTextures, NamesTexturesRelativeToTheFileAndCopiesThem) {
     const TemporaryDirectory folder;

@@ -357,3 +357,39 @@ TEST(WholeFile, ShowsTheWholeContentBeforeItHasItsName) {
     EXPECT_EQ(content, "content");
     EXPECT_FALSE(wasThere);
 }
+
+TEST(WholeFile, DoesNotFollowALinkThatHasItsTemporaryName) {
+    const TemporaryDirectory folder;
+    saveBytes(folder / "theirs", "theirs");
+    fs::create_symlink("theirs", WholeFile::temporaryPath(folder / "a", getpid()));
+
+    WholeFile file(folder / "a", false);
+    file.stream() << "ours";
+    file.commit();
+
+    EXPECT_EQ(loadBytes(folder / "theirs"), "theirs");
+    EXPECT_EQ(loadBytes(folder / "a"), "ours");
+    EXPECT_FALSE(fs::is_symlink(folder / "a"));
+}
+
+TEST(WholeFile, StaysBelowAFolderWhereverLinksLead) {
+    const TemporaryDirectory folder;
+    const fs::path base = fs::canonical(folder.path()) / "base";
+    fs::create_directories(base / "in");
+    fs::create_directories(base.parent_path() / "base-2");
+    fs::create_directory_symlink("in", base / "inside");
+    fs::create_directory_symlink("../base-2", base / "outside");
+    fs::create_directory_symlink("loop", base / "loop");
+
+    for (const fs::path& good : {base, base / "in", base / "not/there", base / "inside/x", base / "outside/../base"})
+        EXPECT_TRUE(staysBelow(base, good)) << good;
+    for (const fs::path& bad : {base.parent_path(), base / "..", base / "outside", base / "outside/x", base / "loop/x"})
+        EXPECT_FALSE(staysBelow(base, bad)) << bad;
+    EXPECT_NO_THROW(checkStaysBelow(base, base / "in"));
+    try {
+        checkStaysBelow(base, base / "outside");
+        FAIL();
+    } catch (const OutputError& error) {
+        EXPECT_EQ(error.what(), (base / "outside").string() + ": leads out of " + base.string() + " over a link");
+    }
+}

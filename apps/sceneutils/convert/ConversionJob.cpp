@@ -29,6 +29,9 @@ ConversionJob jobOf(const ConversionPlan& plan, std::size_t file) {
     job.output = planned.output;
     job.inputFolder = plan.inputFolder;
     job.outputFolder = plan.outputFolder;
+    const TextureFolders textures = textureFoldersOf(plan);
+    job.textures = textures.mode;
+    job.textureFolder = textures.gathered;
     job.maxRange = planned.maxRange;
     job.convertsReferences = plan.options.writesReferences();
     job.smooths = plan.options.smooth && (file == 0 || !plan.options.recurse);
@@ -42,10 +45,9 @@ ConversionJob jobOf(const ConversionPlan& plan, std::size_t file) {
 }
 
 fs::path placeOfTexture(const ConversionJob& job, const fs::path& texture) {
-    if (isBelow(texture, job.outputFolder)) return texture;
     const auto displaced = job.texturePlaces.find(texture);
     if (displaced != job.texturePlaces.end()) return displaced->second;
-    return mirroredPath(job.inputFolder, job.outputFolder, texture);
+    return usualPlace({job.textures, job.inputFolder, job.outputFolder, job.textureFolder}, texture);
 }
 
 }  // namespace veltrane::sceneutils::tool

@@ -27,18 +27,20 @@ struct ConversionJob {
     StoredPath output;        ///< empty: the file is only read
     StoredPath inputFolder;   ///< the master's
     StoredPath outputFolder;  ///< the master's output's
+    TextureMode textures = TextureMode::Relative;
+    StoredPath textureFolder;  ///< where textures are gathered
     float maxRange = 0.0f;
     bool convertsReferences = false;
     bool smooths = false;
     bool mayOverwrite = false;
     std::vector<JobReference> references;
-    std::map<StoredPath, StoredPath> texturePlaces;  ///< of textures that are not put where they mirror their source
+    std::map<StoredPath, StoredPath> texturePlaces;  ///< of textures that are not put in their usual places
 };
 
 /** @param file its place in the plan; it must have no problem */
 ConversionJob jobOf(const ConversionPlan& plan, std::size_t file);
 
-/** Where a texture lies for the output: in the output folder, copied there unless it is there already. */
+/** Where a texture that is not embedded lies for the output: copied there, unless it is there already. */
 std::filesystem::path placeOfTexture(const ConversionJob& job, const std::filesystem::path& texture);
 
 }  // namespace veltrane::sceneutils::tool

@@ -206,8 +206,10 @@ private:
         return textures;
     }
 
-    /** Finds the textures that cannot go to their mirrored places, because an input or another texture has them. */
+    /** Finds the textures that cannot go to their usual places, because an input or another texture has them. */
     void placeTextures() {
+        const TextureFolders folders = textureFoldersOf(_plan);
+        if (folders.mode == TextureMode::Embed) return;
         std::vector<const StoredPath*> sources(_textures.size());
         for (const auto& [source, texture] : _textures) sources[texture] = &source;
         std::vector<std::size_t> displaced(_textures.size(), noFile);
@@ -219,11 +221,11 @@ private:
                 if (isPlaced[texture]) continue;
                 isPlaced[texture] = true;
                 const fs::path source = *sources[texture];
-                if (isBelow(source, _plan.outputFolder)) continue;
-                const fs::path mirrored = mirroredPath(_plan.inputFolder, _plan.outputFolder, source);
-                const fs::path place = freePlace(mirrored, places);
+                const fs::path usual = usualPlace(folders, source);
+                if (usual == source) continue;
+                const fs::path place = freePlace(usual, places);
                 places.emplace(place, texture);
-                if (place == mirrored) continue;
+                if (place == usual) continue;
                 displaced[texture] = _plan.displacedTextures.size();
                 _plan.displacedTextures.emplace_back(source, place);
             }
@@ -231,11 +233,11 @@ private:
         if (!_plan.displacedTextures.empty()) noteDisplacedTextures(displaced);
     }
 
-    fs::path freePlace(const fs::path& mirrored, const std::map<StoredPath, std::size_t>& taken) const {
-        fs::path place = mirrored;
+    fs::path freePlace(const fs::path& usual, const std::map<StoredPath, std::size_t>& taken) const {
+        fs::path place = usual;
         for (int i = 2; taken.count(place) != 0 || _plan.inputs.count(place) != 0; ++i) {
-            place = mirrored.parent_path() /
-                    (mirrored.stem().string() + "-" + std::to_string(i) + mirrored.extension().string());
+            place =
+                usual.parent_path() / (usual.stem().string() + "-" + std::to_string(i) + usual.extension().string());
         }
         return place;
     }
@@ -322,15 +324,22 @@ std::string relativeName(const fs::path& file, const fs::path& folder) {
     return file.lexically_relative(folder).generic_string();
 }
 
+TextureFolders textureFoldersOf(const ConversionPlan& plan) {
+    return {plan.options.textures, plan.inputFolder, plan.outputFolder, gatheringFolder(plan.files.front().output)};
+}
+
 ConversionPlan planFiles(const ConversionOptions& options) {
     return Planner(options).run();
 }
 
 void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size_t)>& mayReplace) {
     try {
+        std::set<StoredPath> folders;
         for (std::size_t i = 0; i < plan.files.size(); ++i) {
             const PlannedFile& file = plan.files[i];
             if (file.output.empty() || !file.problem.empty()) continue;
+            const fs::path folder = file.output.parent_path();
+            if (folders.insert(folder).second) checkStaysBelow(plan.outputFolder, folder);
             if (plan.inputs.count(file.output) != 0) {
                 throw OutputError(file.output.string() + ": is one of the inputs; choose another output");
             }

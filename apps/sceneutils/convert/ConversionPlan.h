@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../files/FlightFile.h"
+#include "TexturePlaces.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -24,6 +25,7 @@ struct ConversionOptions {
     bool smooth = true;
     bool overwrite = false;
     bool verbose = false;
+    TextureMode textures = TextureMode::Relative;
     unsigned int secondsPerFile = 600;  ///< processor time
 
     bool writesReferences() const { return recurse || convertReferences; }
@@ -99,8 +101,11 @@ struct ConversionPlan {
     std::filesystem::path outputFolder;  ///< resolved as far as it exists
     std::vector<PlannedFile> files;
     std::set<StoredPath> inputs;  ///< resolved; what must never be overwritten, textures included
-    std::vector<std::pair<StoredPath, StoredPath>> displacedTextures;  ///< whose mirrored place is taken; new places
+    std::vector<std::pair<StoredPath, StoredPath>> displacedTextures;  ///< whose usual place is taken; new places
 };
+
+/** Between which folders its textures are brought. */
+TextureFolders textureFoldersOf(const ConversionPlan& plan);
 
 /** @throws CommandError if the input cannot be converted */
 ConversionPlan planFiles(const ConversionOptions& options);

@@ -4,6 +4,7 @@
 #include "../files/OutputFormat.h"
 #include "../files/WholeFile.h"
 
+#include <osg/ImageSequence>
 #include <osg/PagedLOD>
 #include <osg/ProxyNode>
 #include <osgDB/Registry>
@@ -231,12 +232,13 @@ void FileAccess::writeWhole(osg::Node& node, const osgDB::Options* options) {
     // Nobody uses the graph after this, so it may keep the names that are meant for the file.
     FinalNames names(*this);
     node.accept(names);
-    nameTexturesRelatively(node);
+    settleTextures(node);
 
     const osg::ref_ptr<osgDB::Options> forWriting = copyOf(options);
     forWriting->setDatabasePath(_job.output.parent_path().string());
     forWriting->setPluginStringData("filename", _job.output.string());
     forWriting->setOptionString(forWriting->getOptionString() + keepReferenceNamesOptions);
+    checkStaysBelow(_job.outputFolder, _job.output.parent_path());
     if (beforeWriting) beforeWriting(_job.output);
     WholeFile file(_job.output, mayReplace(_job.output));
     const OsgMessages messages;
@@ -259,7 +261,7 @@ std::string FileAccess::finalName(std::size_t index) const {
     return _outcomes[index] == Outcome::Obtained ? reference.convertedName : reference.plainName;
 }
 
-void FileAccess::nameTexturesRelatively(osg::Node& node) {
+void FileAccess::settleTextures(osg::Node& node) {
     ImageCollector collector;
     node.accept(collector);
     for (const osg::ref_ptr<osg::Image>& image : collector.images) {
@@ -270,8 +272,22 @@ void FileAccess::nameTexturesRelatively(osg::Node& node) {
             image->setWriteHint(osg::Image::STORE_INLINE);  // it exists nowhere else
             continue;
         }
-        image->setFileName(relativeName(placeTexture(texture), _job.output.parent_path()));
+        if (_job.textures == TextureMode::Embed) {
+            embedTexture(*image, texture);
+        } else {
+            image->setFileName(relativeName(placeTexture(texture), _job.output.parent_path()));
+        }
     }
+}
+
+// OpenSceneGraph takes images of the same name and size for the same image, so the name must tell them apart.
+void FileAccess::embedTexture(osg::Image& image, const fs::path& texture) const {
+    if (!image.data() || dynamic_cast<const osg::ImageSequence*>(&image)) {
+        throw OutputError(_job.output.string() + ": the texture " + relativeName(texture, _job.inputFolder) +
+                          " cannot be stored in it: it is no single picture");
+    }
+    image.setWriteHint(osg::Image::STORE_INLINE);
+    image.setFileName(gatheredName(_job.inputFolder, texture));
 }
 
 fs::path FileAccess::placeTexture(const fs::path& texture) {
@@ -291,6 +307,7 @@ void FileAccess::copyTexture(const fs::path& from, const fs::path& to) {
     try {
         std::ifstream source(from, std::ios::binary);
         if (!source) throw OutputError(from.string() + ": cannot be read");
+        checkStaysBelow(_job.outputFolder, to.parent_path());
         if (beforeWriting) beforeWriting(to);
         WholeFile copy(to, mayReplace(to));
         if (fs::file_size(from) > 0) copy.stream() << source.rdbuf();

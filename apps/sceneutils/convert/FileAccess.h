@@ -28,7 +28,7 @@ namespace veltrane::sceneutils::tool {
  * - A file asked for by such a name is not read. `obtain` is asked for its bounding sphere, and the library gets an
  *   empty group of that size.
  * - The planned file's graph is written whole or not at all, with its references and textures named relative to the
- *   output. Textures from outside the output folder are copied into it.
+ *   output. Textures are copied into the output folder, or stored in the output, as the job says.
  */
 class FileAccess : public osgDB::ReadFileCallback, public osgDB::WriteFileCallback, public osgDB::FindFileCallback {
 public:
@@ -104,7 +104,8 @@ private:
     osgDB::ReaderWriter::ReadResult readReferencedFile(const std::string& name);
     void writeWhole(osg::Node& node, const osgDB::Options* options);
     std::string finalName(std::size_t reference) const;
-    void nameTexturesRelatively(osg::Node& node);
+    void settleTextures(osg::Node& node);
+    void embedTexture(osg::Image& image, const std::filesystem::path& texture) const;
     std::filesystem::path placeTexture(const std::filesystem::path& texture);
     void copyTexture(const std::filesystem::path& from, const std::filesystem::path& to);
     void noteMissingTexture(const std::string& name);

@@ -71,6 +71,8 @@ json asJson(const ConversionJob& job) {
             {"output", job.output.string()},
             {"inputFolder", job.inputFolder.string()},
             {"outputFolder", job.outputFolder.string()},
+            {"textures", nameOf(job.textures)},
+            {"textureFolder", job.textureFolder.string()},
             {"maxRange", job.maxRange},
             {"convertsReferences", job.convertsReferences},
             {"smooths", job.smooths},
@@ -82,6 +84,11 @@ StoredPath asPath(const json& value) {
     return value.get<std::string>();
 }
 
+TextureMode asTextureMode(const json& value) {
+    const auto mode = textureModes().find(value.get<std::string>());
+    return mode == textureModes().end() ? TextureMode::Relative : mode->second;
+}
+
 ConversionJob asConversion(const json& value) {
     ConversionJob job;
     job.path = asPath(value.at("path"));
@@ -89,6 +96,8 @@ ConversionJob asConversion(const json& value) {
     job.output = asPath(value.at("output"));
     job.inputFolder = asPath(value.at("inputFolder"));
     job.outputFolder = asPath(value.at("outputFolder"));
+    job.textures = asTextureMode(value.at("textures"));
+    job.textureFolder = asPath(value.at("textureFolder"));
     job.maxRange = value.at("maxRange");
     job.convertsReferences = value.at("convertsReferences");
     job.smooths = value.at("smooths");

@@ -34,7 +34,8 @@ std::string whatChanged(const StoredJob& before, const StoredJob& now) {
     if (before.tool != now.tool) return "was converted by another version (" + before.tool + ")";
     if (before.input != now.input) return "has changed";
     if (old.maxRange != current.maxRange || old.smooths != current.smooths ||
-        old.convertsReferences != current.convertsReferences || old.output != current.output) {
+        old.convertsReferences != current.convertsReferences || old.output != current.output ||
+        old.textures != current.textures) {
         return "the options have changed";
     }
     if (before.palettes.size() != now.palettes.size() ||

@@ -46,7 +46,12 @@ std::map<fs::path, std::set<std::string>> unfinishedNames(const ConversionPlan& 
     for (const PlannedFile& file : plan.files) {
         if (!file.output.empty()) add(file.output);
     }
-    for (const StoredPath& input : plan.inputs) add(mirroredPath(plan.inputFolder, plan.outputFolder, input));
+    // Of all modes: the run that was interrupted may have had another one.
+    TextureFolders folders = textureFoldersOf(plan);
+    for (const TextureMode mode : {TextureMode::Relative, TextureMode::Copy}) {
+        folders.mode = mode;
+        for (const StoredPath& input : plan.inputs) add(usualPlace(folders, input));
+    }
     for (const auto& [source, place] : plan.displacedTextures) add(place);
     return names;
 }
@@ -94,6 +99,7 @@ void ParallelConversion::explain(std::ostream& out) const {
 
 ConversionReport ParallelConversion::run(const Listener& onResult) {
     const Clock::time_point start = Clock::now();
+    checkStaysBelow(_plan.outputFolder, _state.path());
     StateLock lock(_state.path());
     if (lock.wasLeftInAHurry()) removeLeftovers();
     if (lock.lastUse() != _lastUse) _jobs = JobPlan(_plan, _state);
@@ -161,6 +167,7 @@ FileResult ParallelConversion::resultOf(const PlannedJob& planned) const {
 // Only what this conversion can have begun, and no process is at work on any more.
 void ParallelConversion::removeLeftovers() const {
     for (const auto& [folder, names] : unfinishedNames(_plan)) {
+        if (!staysBelow(_plan.outputFolder, folder)) continue;
         std::vector<fs::path> leftovers;
         std::error_code error;
         for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {

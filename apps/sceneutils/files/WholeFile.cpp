@@ -65,6 +65,18 @@ void checkOutputPath(const fs::path& path, bool mayOverwrite) {
     if (fs::exists(status) && !mayOverwrite) fail(path, "exists already; pass --overwrite to replace it");
 }
 
+bool staysBelow(const fs::path& folder, const fs::path& path) {
+    std::error_code error;
+    const fs::path real = fs::weakly_canonical(path, error);
+    if (error) return false;
+    const fs::path relative = real.lexically_relative(folder);
+    return !relative.empty() && *relative.begin() != "..";
+}
+
+void checkStaysBelow(const fs::path& folder, const fs::path& path) {
+    if (!staysBelow(folder, path)) fail(path, "leads out of " + folder.string() + " over a link");
+}
+
 WholeFile::Buffer::int_type WholeFile::Buffer::overflow(int_type byte) {
     errno = 0;
     const int_type result = std::filebuf::overflow(byte);
@@ -98,6 +110,7 @@ WholeFile::WholeFile(const fs::path& path, bool mayOverwrite)
     if (error) fail(path.parent_path(), "cannot make the folder: " + error.message());
 
     rememberUnfinishedFile(_temporaryPath);
+    unlink(_temporaryPath.c_str());  // what is there may be a link to somewhere else
     errno = 0;
     if (!_buffer.open(_temporaryPath, std::ios::out | std::ios::binary | std::ios::trunc)) {
         unfinishedFile[0] = '\0';

@@ -71,6 +71,12 @@ private:
 /** @throws OutputError if an output cannot come to lie at `path`; what WholeFile would say. */
 void checkOutputPath(const std::filesystem::path& path, bool mayOverwrite);
 
+/** Whether `path`, all links followed, is `folder` or lies below it. `folder` must be resolved. */
+bool staysBelow(const std::filesystem::path& folder, const std::filesystem::path& path);
+
+/** @throws OutputError if it does not */
+void checkStaysBelow(const std::filesystem::path& folder, const std::filesystem::path& path);
+
 /** Removes the file that is being written, if there is one. May be called from a signal handler. */
 void removeUnfinishedFile();
 
