@@ -16,6 +16,8 @@ namespace {
 constexpr const char* modelExtension = ".flt";
 constexpr const char* pagedExtension = ".ive";
 constexpr const char* folderAboveTheDatabase = "_parent";
+// For what the database itself has under the name of the folder in which conversions remember things.
+constexpr const char* insteadOfStateFolder = "_sceneutils";
 constexpr double rangeShareOfReferencedFiles = 0.25;
 constexpr int deepestLevel = 100;
 constexpr std::uint64_t hashFactor = 0x100000001b3u;
@@ -233,11 +235,16 @@ private:
 
     fs::path freePlace(const fs::path& mirrored, const std::map<StoredPath, std::size_t>& taken) const {
         fs::path place = mirrored;
-        for (int i = 2; taken.count(place) != 0 || _plan.inputs.count(place) != 0; ++i) {
+        for (int i = 2; isTaken(place, taken); ++i) {
             place = mirrored.parent_path() /
                     (mirrored.stem().string() + "-" + std::to_string(i) + mirrored.extension().string());
         }
         return place;
+    }
+
+    bool isTaken(const fs::path& place, const std::map<StoredPath, std::size_t>& taken) const {
+        return taken.count(place) != 0 || _plan.inputs.count(place) != 0 ||
+               _takenOutputs.count(toLowerCase(place.string())) != 0;
     }
 
     // A file stands behind the one that hands textures on to it.
@@ -253,20 +260,24 @@ private:
         }
     }
 
-    // A file that is not converted is loaded by OSG as it is, with what it refers to.
+    // A file that is not converted is loaded by OSG as it is, with what it refers to, however deep that goes.
     void noteInputsBelow(const fs::path& path) {
-        PlannedFile file;
-        file.path = path;
-        file.identity = identityOf(path);
-        if (!_passedOver.insert(file.identity).second) return;
-        try {
-            const FlightFile scan = scanFlightFile(path);
-            noteInputs(file, scan);
-            for (const FlightReference& reference : scan.references) {
-                if (const auto found = _finder.find(path.parent_path(), reference.name)) noteInputsBelow(*found);
-            }
-        } catch (const FlightFileError&) {
+        std::vector<StoredPath> open = {identityOf(path)};
+        while (!open.empty()) {
+            PlannedFile file;
+            file.path = file.identity = open.back();
+            open.pop_back();
+            if (!_passedOver.insert(file.identity).second) continue;
             _plan.inputs.insert(file.identity);
+            try {
+                const FlightFile scan = scanFlightFile(file.path);
+                noteInputs(file, scan);
+                for (const FlightReference& reference : scan.references) {
+                    const auto found = _finder.find(file.path.parent_path(), reference.name);
+                    if (found) open.push_back(identityOf(*found));
+                }
+            } catch (const FlightFileError&) {  // OSG will say so
+            }
         }
     }
 
@@ -307,10 +318,20 @@ private:
 
 fs::path mirroredPath(const fs::path& inputFolder, const fs::path& outputFolder, const fs::path& path) {
     fs::path mirrored = outputFolder;
+    bool isFirst = true;
     for (const fs::path& part : path.lexically_relative(inputFolder)) {
-        mirrored /= part == ".." ? fs::path(folderAboveTheDatabase) : part;
+        const bool isStateFolder = isFirst && toLowerCase(part.string()) == stateFolderName;
+        mirrored /= part == ".." ? folderAboveTheDatabase : isStateFolder ? insteadOfStateFolder : part;
+        isFirst = false;
     }
     return mirrored;
+}
+
+void checkStaysBelow(const fs::path& path, const fs::path& folder) {
+    std::error_code error;
+    const fs::path resolvedFolder = fs::weakly_canonical(path.parent_path(), error);
+    if (error || !isBelow(resolvedFolder, folder))
+        throw OutputError(path.string() + ": a link leads out of the output folder");
 }
 
 bool isBelow(const fs::path& path, const fs::path& folder) {
@@ -327,11 +348,17 @@ ConversionPlan planFiles(const ConversionOptions& options) {
 }
 
 void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size_t)>& mayReplace) {
+    std::map<StoredPath, fs::path> resolvedFolders;
     try {
         for (std::size_t i = 0; i < plan.files.size(); ++i) {
             const PlannedFile& file = plan.files[i];
             if (file.output.empty() || !file.problem.empty()) continue;
-            if (plan.inputs.count(file.output) != 0) {
+            const auto [folder, isNew] = resolvedFolders.try_emplace(file.output.parent_path());
+            if (isNew) {
+                checkStaysBelow(file.output, plan.outputFolder);
+                folder->second = identityOf(file.output).parent_path();
+            }
+            if (plan.inputs.count(folder->second / file.output.filename()) != 0) {
                 throw OutputError(file.output.string() + ": is one of the inputs; choose another output");
             }
             checkOutputPath(file.output, plan.options.overwrite || (mayReplace && mayReplace(i)));

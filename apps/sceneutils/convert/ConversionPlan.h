@@ -29,6 +29,9 @@ struct ConversionOptions {
     bool writesReferences() const { return recurse || convertReferences; }
 };
 
+/** In the output folder: what conversions in jobs remember. No output gets a place in it. */
+constexpr const char* stateFolderName = ".sceneutils";
+
 constexpr std::size_t noFile = std::numeric_limits<std::size_t>::max();
 
 /**
@@ -117,6 +120,9 @@ ConversionPlan planConversion(const ConversionOptions& options);
 /** Where a file that lies at `path` goes in the output folder, its own name kept. All must be resolved. */
 std::filesystem::path mirroredPath(const std::filesystem::path& inputFolder, const std::filesystem::path& outputFolder,
                                    const std::filesystem::path& path);
+
+/** @throws OutputError if a link on the way to `path` leads out of the folder, which must be resolved */
+void checkStaysBelow(const std::filesystem::path& path, const std::filesystem::path& folder);
 
 bool isBelow(const std::filesystem::path& path, const std::filesystem::path& folder);
 

@@ -231,6 +231,7 @@ void FileAccess::writeWhole(osg::Node& node, const osgDB::Options* options) {
     forWriting->setPluginStringData("filename", _job.output.string());
     forWriting->setOptionString(forWriting->getOptionString() + keepReferenceNamesOptions);
     if (beforeWriting) beforeWriting(_job.output);
+    checkStaysBelow(_job.output, _job.outputFolder);
     WholeFile file(_job.output, mayReplace(_job.output));
     const OsgMessages messages;
     const ReaderWriter::WriteResult result = writer->writeNode(node, file.stream(), forWriting.get());
@@ -285,6 +286,7 @@ void FileAccess::copyTexture(const fs::path& from, const fs::path& to) {
         std::ifstream source(from, std::ios::binary);
         if (!source) throw OutputError(from.string() + ": cannot be read");
         if (beforeWriting) beforeWriting(to);
+        checkStaysBelow(to, _job.outputFolder);
         WholeFile copy(to, mayReplace(to));
         if (fs::file_size(from) > 0) copy.stream() << source.rdbuf();
         copy.keepTimeOf(from);

@@ -132,7 +132,8 @@ StoredResult JobRunner::convert(const JobId& id, const StoredJob& job, const std
     // What an earlier run of this job has written may be written again.
     const auto isOwn = [&](const fs::path& path) {
         const auto stamp = stampOf(path);
-        if (path == fs::path(job.conversion.output) && stamp == _state.intent(id)) return true;
+        if (!stamp) return false;
+        if (path == fs::path(job.conversion.output) && _state.isIntended(id, *stamp)) return true;
         if (!before) return false;
         if (path == fs::path(job.conversion.output)) return stamp == before->output;
         const auto texture = before->own.find(path.string());
@@ -150,7 +151,11 @@ StoredResult JobRunner::convert(const JobId& id, const StoredJob& job, const std
         access.mayReplace = [&](const fs::path& path) { return _settings.mayOverwrite || isOwn(path); };
         access.beforeCommitting = [&](const fs::path& temporary) {
             stored.output = stampOf(temporary);
-            if (stored.output) _state.writeIntent(id, *stored.output);
+            if (!stored.output) return;
+            std::vector<FileStamp> intended = {*stored.output};
+            const fs::path output = job.conversion.output;
+            if (isOwn(output)) intended.push_back(stampOf(output).value_or(*stored.output));
+            _state.writeIntent(id, intended);
         };
         access.afterPlacing = [&](const fs::path& place) {
             const auto stamp = stampOf(place);

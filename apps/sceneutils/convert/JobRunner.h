@@ -7,6 +7,9 @@
 
 namespace veltrane::sceneutils::tool {
 
+/** Begins the line that says why a job has left no result; its name follows, a blank, and the reason. */
+constexpr const char* jobFailedPrefix = "sceneutils-job-failed ";
+
 /** What a job may do. Nothing of it changes what comes out of a job that succeeds. */
 struct JobSettings {
     ChildLimits limits{600};
