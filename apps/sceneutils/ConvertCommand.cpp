@@ -6,6 +6,7 @@
 #include "convert/DatabaseConversion.h"
 #include "convert/ParallelConversion.h"
 #include "convert/Progress.h"
+#include "convert/StateLock.h"
 #include "files/Interruption.h"
 #include "files/PlainText.h"
 #include "files/WholeFile.h"
@@ -17,6 +18,7 @@
 #include <cstdint>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 namespace fs = std::filesystem;
 
@@ -121,8 +123,28 @@ ExitStatus runInJobs(const ConvertArguments& arguments, const ConversionPlan& pl
     return statusOf(report);
 }
 
+/** Keeps conversions in jobs out of an output folder for the length of a scope. */
+class NoJobs {
+public:
+    explicit NoJobs(const ConversionPlan& plan) {
+        const fs::path state = stateFolderOf(plan);
+        std::error_code error;
+        if (fs::is_directory(state, error)) _lock.emplace(state);
+    }
+    ~NoJobs() {
+        // What a run in jobs has left unfinished is for the next one to remove.
+        if (_lock && !_lock->wasLeftInAHurry()) _lock->leaveInOrder();
+    }
+    NoJobs(const NoJobs&) = delete;
+    NoJobs& operator=(const NoJobs&) = delete;
+
+private:
+    std::optional<StateLock> _lock;
+};
+
 ExitStatus runInOrder(const ConvertArguments& arguments, const ConversionPlan& plan) {
     checkReportPath(plan, arguments.report);
+    const NoJobs noJobs(plan);
     ConversionReport report;
     {
         Progress progress(plan, plan.files.size(), Progress::Lines::OnTerminal);

@@ -1,5 +1,6 @@
 #include "Command.h"
 
+#include "convert/ChildProcess.h"
 #include "convert/JobRunner.h"
 #include "files/Interruption.h"
 #include "files/PlainText.h"
@@ -14,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include <sys/prctl.h>
+#include <unistd.h>
 
 namespace veltrane::sceneutils::tool {
 
@@ -25,20 +26,22 @@ struct JobArguments {
     std::vector<JobId> jobs;
     JobSettings settings;
     std::uint64_t memory = 0;  // MiB
+    int parent = 0;            // 0: whoever it is
 };
 
 ExitStatus runJobs(const JobArguments& arguments) {
     endCleanlyOnSignals();
-    prctl(PR_SET_PDEATHSIG, SIGTERM);  // nobody would know of what is done after that
+    // Nobody would know of what is done after its parent's end.
+    dieWith(arguments.parent > 0 ? arguments.parent : getppid());
     JobSettings settings = arguments.settings;
     settings.limits.memoryBytes = arguments.memory * bytesPerMiB;
-    try {
-        JobRunner(StateFolder(arguments.state), settings).run(arguments.jobs);
-        return ExitStatus::Done;
-    } catch (const std::exception& error) {
-        std::cerr << "sceneutils: " << withoutControlCharacters(error.what()) << "\n";
-        return ExitStatus::OutputNotWritten;
-    }
+    ExitStatus status = ExitStatus::Done;
+    JobRunner(StateFolder(arguments.state), settings)
+        .run(arguments.jobs, [&](const JobId& id, const std::string& reason) {
+            std::cerr << jobFailedPrefix << id << " " << withoutControlCharacters(reason) << "\n";
+            status = ExitStatus::OutputNotWritten;
+        });
+    return status;
 }
 
 }  // namespace
@@ -54,6 +57,7 @@ void addConvertJobCommand(CLI::App& app, ExitStatus& result) {
     command->add_option("--time-limit", settings.limits.processorSeconds, "Processor time for each, in seconds");
     command->add_option("--job-timeout", settings.limits.seconds, "Time by the clock for each, in seconds");
     command->add_option("--job-memory", arguments->memory, "Memory for each, in MiB");
+    command->add_option("--parent", arguments->parent, "The process that starts this one and must not end before it");
     command->add_flag("--overwrite", settings.mayOverwrite, "Replace outputs that are not the job's own");
     command->add_flag("--verbose", settings.isVerbose, "Show the messages of the library and of OpenSceneGraph");
     command->callback([arguments, &result] { result = runJobs(*arguments); });

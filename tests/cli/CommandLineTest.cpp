@@ -109,6 +109,11 @@ TEST(CommandLine, RefusesRangesAndTimesThatMakeNoSense) {
 
 TEST(PlainText, HasNoControlCharactersAndKeepsEverythingElse) {
     EXPECT_EQ(veltrane::sceneutils::tool::withoutControlCharacters("a\nb\tc\x1b\x7f\xc3\xa9"), "a?b?c??\xc3\xa9");
+    // A terminal may take the two bytes of U+009B for "escape [".
+    EXPECT_EQ(veltrane::sceneutils::tool::withoutControlCharacters("\xc2\x9b"
+                                                                   "2J\xc2\x80\xc2\xa0\xc2\x9f\xc2"),
+              "?2J?\xc2\xa0?\xc2");
+    EXPECT_EQ(veltrane::sceneutils::tool::withoutControlCharacters("latin-\xe9\x9b\n"), "latin-\xe9\x9b?");
 }
 
 TEST(PlainText, WritesNumbersWithoutExponentsAndWithTheDigitsThatTheyNeed) {

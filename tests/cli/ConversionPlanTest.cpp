@@ -534,6 +534,17 @@ TEST(ConversionPlan, KnowsTheInputsWithTheirTextures) {
                 ElementsAre(folder / "db/a.flt", folder / "db/master.flt", folder / "db/textures/grass.png"));
 }
 
+TEST(PlanConversion, LooksThroughAnyNumberOfFilesThatStayAsTheyAre) {
+    constexpr int length = 100'000;
+    const TemporaryDirectory folder;
+    for (int i = 0; i < length; ++i) {
+        const std::string name = i == 0 ? "db/master.flt" : "db/" + std::to_string(i) + ".flt";
+        model({std::to_string(i + 1) + ".flt"}).write(folder / name);
+    }
+
+    EXPECT_EQ(planConversion(masterOnly(folder)).inputs.size(), std::size_t{length});
+}
+
 TEST(ConversionPlan, IsRefusedUnlessTheOutputEndsInIve) {
     const TemporaryDirectory folder;
     model().write(folder / "db/master.flt");

@@ -1,6 +1,7 @@
 #include "convert/ChildProcess.h"
 #include "convert/StateLock.h"
 #include "sample/SampleDatabase.h"
+#include "support/DiskFaults.h"
 #include "support/FlightRecords.h"
 #include "support/JobConversions.h"
 
@@ -64,10 +65,10 @@ void writeLarge(const fs::path& path) {
 
 /** Expects that bad.flt alone fails, for the reason that is returned, and that it is converted once it is mended. */
 std::string reasonForOneBad(const std::function<void(const fs::path&)>& makeBad,
-                            const std::vector<std::string>& options) {
+                            const std::vector<std::string>& options, const ToolSettings& settings = {}) {
     const TemporaryDirectory folder;
     writeWithOneBad(folder, makeBad);
-    const ToolResult result = convertInJobs(folder.path(), options);
+    const ToolResult result = convertInJobs(folder.path(), options, settings);
 
     EXPECT_EQ(result.status, 5);
     EXPECT_EQ(countsIn(result), "2 files read, 2 converted, 1 failed, 0 textures missing");
@@ -76,7 +77,7 @@ std::string reasonForOneBad(const std::function<void(const fs::path&)>& makeBad,
     EXPECT_EQ(result.errorLines().size(), 1u) << result.errors;
 
     const FolderState before = stateOf(folder / "out");
-    EXPECT_EQ(convertInJobs(folder.path(), options).errors, result.errors) << "it is tried again";
+    EXPECT_EQ(convertInJobs(folder.path(), options, settings).errors, result.errors) << "it is tried again";
     EXPECT_EQ(writtenSince(before, folder / "out"), Names());
 
     fs::remove(folder / "in/bad.flt");
@@ -84,6 +85,9 @@ std::string reasonForOneBad(const std::function<void(const fs::path&)>& makeBad,
     EXPECT_EQ(convertInJobs(folder.path()).status, 0);
     EXPECT_EQ(writtenSince(before, folder / "out"), Names({"bad.ive", "m.ive"}));
     EXPECT_THAT(pagedFiles(load(folder / "out/m.ive")), ElementsAre("bad.ive", "good.ive"));
+    const auto mended = outputsIn(folder / "out");
+    fs::remove_all(folder / "out");
+    expectSameOutputs(mended, undisturbedOutputs(folder.path()));
 
     const std::string beginning = "sceneutils: bad.flt (named by master.flt): ";
     EXPECT_THAT(result.errors, StartsWith(beginning));
@@ -158,6 +162,68 @@ TEST(ConvertJobsTrouble, NamesAFileThatCrashesTheReader) {
 
 TEST(ConvertJobsTrouble, NamesAFileThatTakesTooLongByTheClock) {
     EXPECT_THAT(reasonForOneBad(writeLarge, {"--job-timeout", "1"}), StartsWith("took more than 1 s while being "));
+}
+
+TEST(ConvertJobsTrouble, NamesAFileThatIsNeverRead) {
+    const auto write = [](const fs::path& path) { writeFlight(path, 7); };
+    EXPECT_EQ(reasonForOneBad(write, {"--job-timeout", "1"}, withDiskFaults({{"SLEEP", "/bad.flt"}})),
+              "took more than 1 s while being read\n");
+}
+
+TEST(ConvertJobsTrouble, NamesAFileThatCannotBeRead) {
+    // The system lets nobody read the beginning of this one, root included.
+    const auto makeUnreadable = [](const fs::path& path) { fs::create_symlink("/proc/self/mem", path); };
+    EXPECT_EQ(reasonForOneBad(makeUnreadable, {}), "cannot be read: Input/output error\n");
+}
+
+TEST(ConvertJobsTrouble, NamesAFileThatIsCutShortOrEmptyOrAFolder) {
+    const auto cut = [](const fs::path& path) {
+        writeFlight(path, 7);
+        fs::resize_file(path, 500);
+    };
+    EXPECT_THAT(reasonForOneBad(cut, {}), StartsWith("truncated: "));
+    EXPECT_EQ(reasonForOneBad([](const fs::path& path) { writeBytes(path, ""); }, {}), "empty file\n");
+    EXPECT_EQ(reasonForOneBad([](const fs::path& path) { fs::create_directory(path); }, {}), "is a folder\n");
+}
+
+TEST(ConvertJobsTrouble, ConvertsTheRestOfCirclesRoundABadFile) {
+    const TemporaryDirectory folder;
+    writeFlight(folder / "in/master.flt", 20, {"a.flt", "master.flt"});
+    writeFlight(folder / "in/a.flt", 16, {"b.flt", "a.flt", "bad.flt"});
+    writeFlight(folder / "in/b.flt", 12, {"a.flt", "bad.flt", "master.flt"});
+    writeFlight(folder / "in/bad.flt", 8, {"bad.flt", "b.flt"});
+    const auto expected = undisturbedOutputs(folder.path());
+    const std::string good = readBytes(folder / "in/bad.flt");
+    writeBytes(folder / "in/bad.flt", good.substr(0, good.size() / 2));
+
+    const ToolResult result = convertInJobs(folder.path());
+
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(result.errorLines().size(), 1u);
+    writeBytes(folder / "in/bad.flt", good);
+    expectPlainRunCompletes(folder.path(), expected);
+}
+
+TEST(ConvertJobsTrouble, LeavesEverythingAsItIsForADamagedMaster) {
+    const TemporaryDirectory folder;
+    writeWithOneBad(folder, [](const fs::path& path) { writeFlight(path, 7); });
+    const auto expected = undisturbedOutputs(folder.path());
+    const std::string good = readBytes(folder / "in/master.flt");
+    for (const std::string bytes : {std::string(), good.substr(0, 100), good.substr(0, good.size() - 1)}) {
+        writeBytes(folder / "in/master.flt", bytes);
+        const ToolResult result = convertInJobs(folder.path());
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.errorLines().size(), 1u);
+        EXPECT_FALSE(fs::exists(folder / "out"));
+    }
+    writeBytes(folder / "in/master.flt", good);
+    convertInJobs(folder.path());
+    const FolderState before = quietStateOf(folder / "out");
+    writeBytes(folder / "in/master.flt", good.substr(0, 100));
+    EXPECT_EQ(convertInJobs(folder.path()).status, 2);
+    EXPECT_EQ(quietStateOf(folder / "out"), before);
+    writeBytes(folder / "in/master.flt", good);
+    expectPlainRunCompletes(folder.path(), expected);
 }
 
 TEST(ConvertJobsTrouble, NamesAFileThatTakesTooMuchProcessorTime) {

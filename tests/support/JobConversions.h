@@ -71,4 +71,38 @@ inline void expectSameOutputs(const std::map<std::string, std::string>& outputs,
         EXPECT_TRUE(outputs.count(name) != 0 && outputs.at(name) == content) << name;
 }
 
+/** What a conversion of `in` makes when nothing disturbs it. Leaves no trace. */
+inline std::map<std::string, std::string> undisturbedOutputs(const std::filesystem::path& folder) {
+    EXPECT_EQ(convertInJobs(folder).status, 0);
+    const auto outputs = outputsIn(folder / "out");
+    std::filesystem::remove_all(folder / "out");
+    return outputs;
+}
+
+/**
+ * Expects that the plain command, without --overwrite, makes everything as it would be if nothing had happened, and
+ * then has nothing left to do.
+ */
+inline void expectPlainRunCompletes(const std::filesystem::path& folder,
+                                    const std::map<std::string, std::string>& expected) {
+    const ToolResult result = convertInJobs(folder);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    expectSameOutputs(outputsIn(folder / "out"), expected);
+    const ToolResult again = convertInJobs(folder, {"--dry-run"});
+    EXPECT_NE(again.output.find(" 0 to convert, 0 more if bounding spheres change"), std::string::npos) << again.output;
+}
+
+/** Expects that what has its name has its whole content: outputs can be missing, not different. */
+inline void expectNothingHalfWritten(const std::filesystem::path& folder,
+                                     const std::map<std::string, std::string>& expected) {
+    for (const auto& [name, content] : outputsIn(folder)) {
+        if (name.find(".part-") != std::string::npos) continue;
+        const auto same = expected.find(name);
+        ASSERT_TRUE(same != expected.end()) << name;
+        EXPECT_EQ(same->second.size(), content.size()) << name;
+        if (veltrane::sceneutils::tool::canOrderObjectsByAge()) EXPECT_TRUE(same->second == content) << name;
+    }
+}
+
 }  // namespace testing_support

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <limits>
@@ -133,11 +134,6 @@ bool receiveMessage(int fileDescriptor, std::string& message, Deadline& deadline
     return readAll(fileDescriptor, message.data(), message.size(), deadline);
 }
 
-void dieWith(pid_t parent) {
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (getppid() != parent) _exit(1);
-}
-
 int childsPipeEnd = -1;
 
 void tellThatMemoryIsUsedUp() {
@@ -203,6 +199,11 @@ void limitChild(pid_t parent, const ChildLimits& limits, int pipeEnd) {
 
 }  // namespace
 
+void dieWith(int parent) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent) _exit(1);
+}
+
 void MessageSender::send(const std::string& message) const {
     const MessageSize size = message.size();
     std::string framed(sizeof size, '\0');
@@ -264,8 +265,10 @@ pid_t forkOrThrow() {
     return child;
 }
 
-[[noreturn]] void beProgram(pid_t parent, const std::vector<std::string>& arguments, int pipeEnd) {
+[[noreturn]] void beProgram(pid_t parent, const std::vector<std::string>& arguments, int pipeEnd,
+                            const char* pidVariable) {
     dieWith(parent);
+    if (pidVariable) setenv(pidVariable, std::to_string(getpid()).c_str(), 1);
     dup2(pipeEnd, STDOUT_FILENO);
     dup2(pipeEnd, STDERR_FILENO);
     close(pipeEnd);
@@ -327,13 +330,14 @@ ChildEnd runInChild(const ChildLimits& limits, const std::function<void(const Me
     return end;
 }
 
-ChildEnd runProgram(const std::vector<std::string>& arguments, const std::function<void(const std::string&)>& onLine) {
+ChildEnd runProgram(const std::vector<std::string>& arguments, const std::function<void(const std::string&)>& onLine,
+                    const char* pidVariable) {
     Pipe pipe;
     const pid_t parent = getpid();
     const pid_t child = forkOrThrow();
     if (child == 0) {
         pipe.closeReading();
-        beProgram(parent, arguments, pipe.writing());
+        beProgram(parent, arguments, pipe.writing(), pidVariable);
     }
     pipe.closeWriting();
     readLines(pipe.reading(), onLine);

@@ -66,9 +66,18 @@ ChildEnd runInChild(const ChildLimits& limits, const std::function<void(const Me
 /**
  * Runs a program, which is looked for as the shell does, and hands what it writes to `onLine` line by line. It dies
  * with this process, by SIGTERM. Exit status 127: it could not be started.
+ * @param pidVariable an environment variable that tells the program, and what it starts, its process number; may be
+ *        null
  * @throws std::system_error if no process can be had
  */
-ChildEnd runProgram(const std::vector<std::string>& arguments, const std::function<void(const std::string&)>& onLine);
+ChildEnd runProgram(const std::vector<std::string>& arguments, const std::function<void(const std::string&)>& onLine,
+                    const char* pidVariable = nullptr);
+
+/**
+ * Ends this process, by SIGTERM, when its parent ends.
+ * @param parent who that should be: if it is another one by now, the process ends at once with status 1
+ */
+void dieWith(int parent);
 
 /**
  * Ends the child that runInChild() or runProgram() is waiting for, if there is one, by SIGTERM, and waits until it is

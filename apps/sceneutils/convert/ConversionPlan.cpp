@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <map>
+#include <unordered_map>
 
 namespace fs = std::filesystem;
 
@@ -16,6 +17,8 @@ namespace {
 constexpr const char* modelExtension = ".flt";
 constexpr const char* pagedExtension = ".ive";
 constexpr const char* folderAboveTheDatabase = "_parent";
+// For what the database itself has under the name of the folder in which conversions remember things.
+constexpr const char* insteadOfStateFolder = "_sceneutils";
 constexpr double rangeShareOfReferencedFiles = 0.25;
 constexpr int deepestLevel = 100;
 constexpr std::uint64_t hashFactor = 0x100000001b3u;
@@ -27,19 +30,34 @@ bool namesAModel(const std::string& name) {
     return toLowerCase(name).find(modelExtension) != std::string::npos;
 }
 
-// The folder resolved, the file's own name kept: a link to a file is a file of its own, as its name says.
-fs::path identityOf(const fs::path& path) {
-    std::error_code error;
-    fs::path folder = fs::weakly_canonical(path.parent_path(), error);
-    if (error) folder = path.parent_path().lexically_normal();
-    return folder / path.filename();
-}
+/** Resolves links, each folder and each texture once: many files share them. */
+class Resolver {
+public:
+    /** The folder resolved, the file's own name kept: a link to a file is a file of its own, as its name says. */
+    fs::path identityOf(const fs::path& path) {
+        const auto [known, isNew] = _folders.try_emplace(path.parent_path().string());
+        if (isNew) known->second = resolvedFolder(path.parent_path());
+        return known->second / path.filename();
+    }
 
-fs::path resolved(const fs::path& path) {
-    std::error_code error;
-    const fs::path canonical = fs::canonical(path, error);
-    return error ? path.lexically_normal() : canonical;
-}
+    const StoredPath& resolvedFile(const fs::path& path) {
+        const auto [known, isNew] = _files.try_emplace(path.string());
+        if (!isNew) return known->second;
+        std::error_code error;
+        const fs::path canonical = fs::canonical(path, error);
+        return known->second = error ? path.lexically_normal() : canonical;
+    }
+
+private:
+    static fs::path resolvedFolder(const fs::path& folder) {
+        std::error_code error;
+        const fs::path resolved = fs::weakly_canonical(folder, error);
+        return error ? folder.lexically_normal() : resolved;
+    }
+
+    std::unordered_map<std::string, fs::path> _folders;
+    std::unordered_map<std::string, StoredPath> _files;
+};
 
 // The name that the library gives to a converted file: everything from the first ".flt" on becomes ".ive".
 std::string pagedFileName(const std::string& name) {
@@ -70,9 +88,9 @@ public:
 
         PlannedFile master;
         master.path = fs::absolute(options.input);
-        master.identity = identityOf(master.path);
+        master.identity = _resolver.identityOf(master.path);
         master.name = options.input.filename().string();
-        master.output = identityOf(fs::absolute(options.output));
+        master.output = _resolver.identityOf(fs::absolute(options.output));
         master.maxRange = options.maxRange;
         _plan.inputFolder = master.identity.parent_path();
         _plan.outputFolder = master.output.parent_path();
@@ -130,7 +148,7 @@ private:
         planned.storedName = reference.name;
         const auto found = _finder.find(folder, reference.name);
         if (found) {
-            planned.path = identityOf(*found);
+            planned.path = _resolver.identityOf(*found);
             _plan.inputs.insert(planned.path);
         }
         if (!found && !reference.name.empty()) {
@@ -153,7 +171,7 @@ private:
         }
         PlannedFile file;
         file.path = path;
-        file.identity = identityOf(path);
+        file.identity = _resolver.identityOf(path);
         file.name = relativeName(file.identity, _plan.inputFolder);
         file.namedBy = from;
         file.namedByReference = _plan.files[from].references.size();
@@ -168,7 +186,7 @@ private:
     std::size_t addMissing(std::size_t from, const fs::path& path) {
         PlannedFile file;
         file.path = path;
-        file.identity = identityOf(path);
+        file.identity = _resolver.identityOf(path);
         file.name = relativeName(file.identity, _plan.inputFolder);
         file.namedBy = from;
         file.namedByReference = _plan.files[from].references.size();
@@ -199,7 +217,7 @@ private:
         for (const std::string& name : scan.textures) {
             const auto found = _finder.findTexture(file.path.parent_path(), name);
             if (!found) continue;
-            const StoredPath texture = resolved(*found);
+            const StoredPath texture = _resolver.resolvedFile(*found);
             _plan.inputs.insert(texture);
             textures.push_back(_textures.try_emplace(texture, _textures.size()).first->second);
         }
@@ -235,11 +253,16 @@ private:
 
     fs::path freePlace(const fs::path& usual, const std::map<StoredPath, std::size_t>& taken) const {
         fs::path place = usual;
-        for (int i = 2; taken.count(place) != 0 || _plan.inputs.count(place) != 0; ++i) {
+        for (int i = 2; isTaken(place, taken); ++i) {
             place =
                 usual.parent_path() / (usual.stem().string() + "-" + std::to_string(i) + usual.extension().string());
         }
         return place;
+    }
+
+    bool isTaken(const fs::path& place, const std::map<StoredPath, std::size_t>& taken) const {
+        return taken.count(place) != 0 || _plan.inputs.count(place) != 0 ||
+               _takenOutputs.count(toLowerCase(place.string())) != 0;
     }
 
     // A file stands behind the one that hands textures on to it.
@@ -255,20 +278,24 @@ private:
         }
     }
 
-    // A file that is not converted is loaded by OSG as it is, with what it refers to.
+    // A file that is not converted is loaded by OSG as it is, with what it refers to, however deep that goes.
     void noteInputsBelow(const fs::path& path) {
-        PlannedFile file;
-        file.path = path;
-        file.identity = identityOf(path);
-        if (!_passedOver.insert(file.identity).second) return;
-        try {
-            const FlightFile scan = scanFlightFile(path);
-            noteInputs(file, scan);
-            for (const FlightReference& reference : scan.references) {
-                if (const auto found = _finder.find(path.parent_path(), reference.name)) noteInputsBelow(*found);
-            }
-        } catch (const FlightFileError&) {
+        std::vector<StoredPath> open = {_resolver.identityOf(path)};
+        while (!open.empty()) {
+            PlannedFile file;
+            file.path = file.identity = open.back();
+            open.pop_back();
+            if (!_passedOver.insert(file.identity).second) continue;
             _plan.inputs.insert(file.identity);
+            try {
+                const FlightFile scan = scanFlightFile(file.path);
+                noteInputs(file, scan);
+                for (const FlightReference& reference : scan.references) {
+                    const auto found = _finder.find(file.path.parent_path(), reference.name);
+                    if (found) open.push_back(_resolver.identityOf(*found));
+                }
+            } catch (const FlightFileError&) {  // OSG will say so
+            }
         }
     }
 
@@ -296,6 +323,7 @@ private:
 
     ConversionPlan _plan;
     FileFinder _finder;
+    Resolver _resolver;
     std::map<StoredPath, std::size_t> _textures;  ///< numbered as they are met
     std::vector<Textures> _texturesOf;            ///< the files
     std::set<std::size_t> _open;                  ///< files whose references are being followed
@@ -309,8 +337,11 @@ private:
 
 fs::path mirroredPath(const fs::path& inputFolder, const fs::path& outputFolder, const fs::path& path) {
     fs::path mirrored = outputFolder;
+    bool isFirst = true;
     for (const fs::path& part : path.lexically_relative(inputFolder)) {
-        mirrored /= part == ".." ? fs::path(folderAboveTheDatabase) : part;
+        const bool isStateFolder = isFirst && toLowerCase(part.string()) == stateFolderName;
+        mirrored /= part == ".." ? folderAboveTheDatabase : isStateFolder ? insteadOfStateFolder : part;
+        isFirst = false;
     }
     return mirrored;
 }
@@ -333,14 +364,15 @@ ConversionPlan planFiles(const ConversionOptions& options) {
 }
 
 void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size_t)>& mayReplace) {
+    Resolver resolver;
+    std::set<StoredPath> folders;
     try {
-        std::set<StoredPath> folders;
         for (std::size_t i = 0; i < plan.files.size(); ++i) {
             const PlannedFile& file = plan.files[i];
             if (file.output.empty() || !file.problem.empty()) continue;
             const fs::path folder = file.output.parent_path();
             if (folders.insert(folder).second) checkStaysBelow(plan.outputFolder, folder);
-            if (plan.inputs.count(file.output) != 0) {
+            if (plan.inputs.count(resolver.identityOf(file.output)) != 0) {
                 throw OutputError(file.output.string() + ": is one of the inputs; choose another output");
             }
             checkOutputPath(file.output, plan.options.overwrite || (mayReplace && mayReplace(i)));

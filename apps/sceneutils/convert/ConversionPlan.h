@@ -31,6 +31,9 @@ struct ConversionOptions {
     bool writesReferences() const { return recurse || convertReferences; }
 };
 
+/** In the output folder: what conversions in jobs remember. No output gets a place in it. */
+constexpr const char* stateFolderName = ".sceneutils";
+
 constexpr std::size_t noFile = std::numeric_limits<std::size_t>::max();
 
 /**

@@ -2,11 +2,16 @@
 
 #include "../files/WholeFile.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <utility>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -16,6 +21,7 @@ namespace veltrane::sceneutils::tool {
 namespace {
 
 constexpr const char* boundEnding = ".bound";
+constexpr const char* intentEnding = ".intent";
 constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 
 // CBOR, not JSON text: file names need not be UTF-8.
@@ -171,6 +177,24 @@ StoredResult asResult(const json& value) {
     return result;
 }
 
+std::vector<FileStamp> asIntent(const json& value) {
+    std::vector<FileStamp> stamps;
+    for (const json& stamp : value) stamps.push_back(asStamp(stamp).value());
+    return stamps;
+}
+
+/** For less than a block of a disk. @throws OutputError, also if it cannot be brought to the disk */
+void writeInPlace(const fs::path& path, const std::string& content) {
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666);
+    errno = file < 0 ? errno : 0;
+    const bool isWritten = file >= 0 &&
+                           pwrite(file, content.data(), content.size(), 0) == static_cast<ssize_t>(content.size()) &&
+                           (fdatasync(file) == 0 || errno == EINVAL || errno == ENOSYS);
+    const int reason = errno;
+    if (file >= 0) close(file);
+    if (!isWritten) throw OutputError(path.string() + ": cannot be written: " + std::strerror(reason));
+}
+
 /** What `convert` makes of a file's content; nothing if it is not as it should be. */
 template <typename Convert>
 auto converted(const std::optional<json>& content, const Convert& convert)
@@ -178,7 +202,7 @@ auto converted(const std::optional<json>& content, const Convert& convert)
     if (!content) return std::nullopt;
     try {
         return convert(*content);
-    } catch (const json::exception&) {
+    } catch (const std::exception&) {  // the library's, and those of what is made of its values
         return std::nullopt;
     }
 }
@@ -209,6 +233,7 @@ std::optional<json> StateFolder::readCbor(const std::string& name) const {
 void StateFolder::write(const std::string& name, const std::string& content) const {
     WholeFile file(_path / name, true);
     file.stream() << content;
+    file.needNotOutlastPowerFailures();
     file.commit();
 }
 
@@ -223,7 +248,7 @@ void StateFolder::forgetAllBut(const std::set<std::string>& jobsAndPalettes) con
         const fs::path name = entry.path().filename();
         const fs::path ending = name.extension();
         const bool isOfJob = ending == ".job" || ending == ".result" || ending == ".sphere" || ending == boundEnding ||
-                             ending == ".intent";
+                             ending == intentEnding;
         if (!isOfJob && ending != ".flt") continue;
         if (jobsAndPalettes.count(isOfJob ? name.stem().string() : name.string()) == 0) others.push_back(entry.path());
     }
@@ -238,9 +263,13 @@ std::optional<StoredResult> StateFolder::result(const JobId& id) const {
     return converted(readCbor(id + ".result"), asResult);
 }
 
-std::optional<FileStamp> StateFolder::intent(const JobId& id) const {
-    const auto stamp = converted(readCbor(id + ".intent"), asStamp);
-    return stamp ? *stamp : std::nullopt;
+bool StateFolder::isIntended(const JobId& id, const FileStamp& stamp) const {
+    const auto content = read(id + intentEnding);
+    if (!content) return false;
+    // What follows is left of a longer one.
+    const json value = json::from_cbor(*content, false, false);
+    const auto stamps = converted(value.is_discarded() ? std::nullopt : std::optional<json>(value), asIntent);
+    return stamps && std::find(stamps->begin(), stamps->end(), stamp) != stamps->end();
 }
 
 std::string StateFolder::sphereText(const JobId& id) const {
@@ -262,9 +291,12 @@ void StateFolder::writeResult(const JobId& id, const StoredResult& result) const
     write(id + ".result", encode(asJson(result)));
 }
 
-void StateFolder::writeIntent(const JobId& id, const FileStamp& stamp) const {
-    // Not as a WholeFile: the output itself is one, and it is open.
-    std::ofstream(_path / (id + ".intent"), std::ios::binary) << encode(asJson(std::optional<FileStamp>(stamp)));
+void StateFolder::writeIntent(const JobId& id, const std::vector<FileStamp>& stamps) const {
+    json value = json::array();
+    for (const FileStamp& stamp : stamps) value.push_back(asJson(std::optional<FileStamp>(stamp)));
+    // Not as a WholeFile: the output itself is one, and it is open. Over the old one, at one stroke: a process that is
+    // killed leaves either, not neither.
+    writeInPlace(_path / (id + intentEnding), encode(value));
 }
 
 void StateFolder::writeSphere(const JobId& id, const std::optional<osg::BoundingSphere>& sphere) const {

@@ -81,7 +81,8 @@ struct StoredResult {
 
 /**
  * The folder beside an output that holds what a conversion in jobs has to remember. Files in it are whole or not there:
- * each is written under another name and renamed.
+ * each is written under another name and renamed. A power failure can make any of them empty, or cut it short, which
+ * must be noticed: all is then done again as far as needed.
  */
 class StateFolder {
 public:
@@ -92,15 +93,19 @@ public:
     /** All give nothing for a file that is missing or damaged. */
     std::optional<StoredJob> job(const JobId& id) const;
     std::optional<StoredResult> result(const JobId& id) const;
-    std::optional<FileStamp> intent(const JobId& id) const;
+    /** Whether an output with that stamp was, or was about to be, put in its place by the job. */
+    bool isIntended(const JobId& id, const FileStamp& stamp) const;
     /** Tells different spheres apart; empty for a job that was not done. */
     std::string sphereText(const JobId& id) const;
     std::optional<osg::BoundingSphere> sphere(const JobId& id) const;
 
     void writeJob(const JobId& id, const StoredJob& job) const;
     void writeResult(const JobId& id, const StoredResult& result) const;
-    /** Notes that an output is about to be put in its place. */
-    void writeIntent(const JobId& id, const FileStamp& stamp) const;
+    /**
+     * Notes that an output is about to be put in its place, and which one it takes the place of: whatever happens, one
+     * of them is there. On the disk when it returns. @throws OutputError
+     */
+    void writeIntent(const JobId& id, const std::vector<FileStamp>& stamps) const;
     /**
      * Leaves the file alone if it says the same already: who waits for it then has nothing to do. There are two: what
      * Ninja waits for it removes when it is interrupted.

@@ -111,7 +111,7 @@ private:
         const auto stamp = stampOf(_plan.files[file].output);
         if (!stamp) return false;
         const auto result = _state.result(planned->id);
-        return (result && result->output == stamp) || _state.intent(planned->id) == stamp;
+        return (result && result->output == stamp) || _state.isIntended(planned->id, *stamp);
     }
 
     StoredJob storedJob(const PlannedJob& planned) {

@@ -78,12 +78,16 @@ JobRunner::JobRunner(StateFolder state, const JobSettings& settings) : _state(st
     loadPlugIns({"flt", "ive"});
 }
 
-void JobRunner::run(const std::vector<JobId>& ids) {
+void JobRunner::run(const std::vector<JobId>& ids, const FailureListener& onFailure) {
     std::vector<Task> tasks;
     for (const JobId& id : ids) {
-        if (auto task = taskOf(id)) tasks.push_back(std::move(*task));
+        try {
+            if (auto task = taskOf(id)) tasks.push_back(std::move(*task));
+        } catch (const std::exception& error) {
+            onFailure(id, error.what());
+        }
     }
-    for (std::size_t next = 0; next < tasks.size();) next = convertInChild(tasks, next);
+    for (std::size_t next = 0; next < tasks.size();) next = convertInChild(tasks, next, onFailure);
 }
 
 /** Nothing if the job is up to date. */
@@ -103,9 +107,9 @@ std::optional<JobRunner::Task> JobRunner::taskOf(const JobId& id) const {
 }
 
 /** Returns the first task that is left to do. */
-std::size_t JobRunner::convertInChild(const std::vector<Task>& tasks, std::size_t first) {
+std::size_t JobRunner::convertInChild(const std::vector<Task>& tasks, std::size_t first,
+                                      const FailureListener& onFailure) {
     std::size_t next = first;
-    FileResult failure;
     LastWords lastWords;
     ChildLimits limits = _settings.limits;
     limits.piecesOfWork = static_cast<unsigned int>(tasks.size() - first);
@@ -115,20 +119,21 @@ std::size_t JobRunner::convertInChild(const std::vector<Task>& tasks, std::size_
             [&](const std::string& message) {
                 lastWords.hear(message);
                 if (!lastWords.result) return;
-                store(tasks[next++], *lastWords.result);
+                store(tasks[next], *lastWords.result);
                 lastWords = {};
+                ++next;
             });
-        if (next < tasks.size()) failure = failureOf(end, lastWords, _settings.limits);
-    } catch (const std::system_error& error) {
-        failure.problem = error.what();
-    }
-    if (next > first) return next;
+        if (next == tasks.size()) return next;
+        StoredResult failed;
+        failed.result = failureOf(end, lastWords, _settings.limits);
+        if (next > first) return next;
 
-    StoredResult failed;
-    failed.result = failure;
-    if (tasks[first].before) failed.own = tasks[first].before->own;
-    store(tasks[first], std::move(failed));
-    return first + 1;
+        if (tasks[first].before) failed.own = tasks[first].before->own;
+        store(tasks[first], std::move(failed));
+    } catch (const std::exception& error) {  // no process can be had, or the state cannot be written
+        onFailure(tasks[next].id, error.what());
+    }
+    return next + 1;
 }
 
 // In a process of its own.
@@ -167,7 +172,8 @@ StoredResult JobRunner::convert(const Task& task, const MessageSender& parent) c
     // What an earlier run of this job has written may be written again.
     const auto isOwn = [&](const fs::path& path) {
         const auto stamp = stampOf(path);
-        if (path == fs::path(job.conversion.output) && stamp == _state.intent(id)) return true;
+        if (!stamp) return false;
+        if (path == fs::path(job.conversion.output) && _state.isIntended(id, *stamp)) return true;
         if (!before) return false;
         if (path == fs::path(job.conversion.output)) return stamp == before->output;
         const auto texture = before->own.find(path.string());
@@ -185,7 +191,11 @@ StoredResult JobRunner::convert(const Task& task, const MessageSender& parent) c
         access.mayReplace = [&](const fs::path& path) { return _settings.mayOverwrite || isOwn(path); };
         access.beforeCommitting = [&](const fs::path& temporary) {
             stored.output = stampOf(temporary);
-            if (stored.output) _state.writeIntent(id, *stored.output);
+            if (!stored.output) return;
+            std::vector<FileStamp> intended = {*stored.output};
+            const fs::path output = job.conversion.output;
+            if (isOwn(output)) intended.push_back(stampOf(output).value_or(*stored.output));
+            _state.writeIntent(id, intended);
         };
         access.afterPlacing = [&](const fs::path& place) {
             const auto stamp = stampOf(place);

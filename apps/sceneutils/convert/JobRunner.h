@@ -4,10 +4,15 @@
 #include "JobFiles.h"
 
 #include <cstddef>
+#include <functional>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace veltrane::sceneutils::tool {
+
+/** Begins the line that says why a job has left no result; its name follows, a blank, and the reason. */
+constexpr const char* jobFailedPrefix = "sceneutils-job-failed ";
 
 /** What a job may do. Nothing of it changes what comes out of a job that succeeds. */
 struct JobSettings {
@@ -22,6 +27,8 @@ struct JobSettings {
  */
 class JobRunner {
 public:
+    using FailureListener = std::function<void(const JobId& id, const std::string& reason)>;
+
     JobRunner(StateFolder state, const JobSettings& settings);
 
     /**
@@ -31,9 +38,10 @@ public:
      * leaves undone, because it crashes, meets a limit or only says that a file failed, is taken up by another
      * process: that a file failed counts only from a process that had no other before it.
      *
-     * @throws CommandError if a job is not there, OutputError if a result cannot be written
+     * @param onFailure called for each job that has left no result, because it is not there or the state cannot be
+     *        written
      */
-    void run(const std::vector<JobId>& ids);
+    void run(const std::vector<JobId>& ids, const FailureListener& onFailure);
 
 private:
     /** A job that is to be done. */
@@ -44,7 +52,8 @@ private:
     };
 
     std::optional<Task> taskOf(const JobId& id) const;
-    std::size_t convertInChild(const std::vector<Task>& tasks, std::size_t first);
+    std::size_t convertInChild(const std::vector<Task>& tasks, std::size_t first,
+                               const FailureListener& onFailure);
     void convertInTurn(const std::vector<Task>& tasks, std::size_t first, const MessageSender& parent) const;
     StoredResult convert(const Task& task, const MessageSender& parent) const;
     void store(const Task& task, StoredResult result) const;

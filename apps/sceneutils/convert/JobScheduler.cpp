@@ -24,6 +24,8 @@ namespace {
 constexpr int cannotBeStarted = 127;
 constexpr const char* ninjaPrograms[] = {"ninja", "ninja-build"};
 constexpr const char* buildFileName = "build.ninja";
+constexpr const char* ninjasOwnFiles[] = {".ninja_log", ".ninja_deps"};
+constexpr const char* ninjaVariable = "SCENEUTILS_NINJA";
 constexpr const char* commandVariable = "SCENEUTILS_CONVERT_JOB";
 constexpr const char* donePrefix = "sceneutils-batch-done ";
 constexpr std::size_t noBatch = std::numeric_limits<std::size_t>::max();
@@ -151,7 +153,18 @@ std::string JobScheduler::command() const {
     if (job.limits.memoryBytes > 0) text += " --job-memory " + std::to_string(job.limits.memoryBytes / bytesPerMiB);
     if (job.mayOverwrite) text += " --overwrite";
     if (job.isVerbose) text += " --verbose";
+    // A launcher's processes are its own affair, and may be on another machine.
+    if (_settings.launcher.empty()) text += std::string(" --parent \"$") + ninjaVariable + "\"";
     return text + " -- " + quoted(_state.path().string());
+}
+
+// Ninja appends to them.
+void JobScheduler::removeLinks() const {
+    for (const char* name : ninjasOwnFiles) {
+        std::error_code error;
+        const fs::path path = _state.path() / name;
+        if (fs::is_symlink(path, error)) fs::remove(path, error);
+    }
 }
 
 bool JobScheduler::run(const std::function<void(const JobId&)>& onDone,
@@ -160,13 +173,15 @@ bool JobScheduler::run(const std::function<void(const JobId&)>& onDone,
     _state.writeIfDifferent(buildFileName, _buildFile);
     setenv(commandVariable, command().c_str(), 1);
     setenv("NINJA_STATUS", donePrefix, 1);
+    removeLinks();
     const ChildEnd end = runProgram(
         {program, "-C", _state.path().string(), "-f", buildFileName, "-j", std::to_string(_settings.jobs), "-k", "0"},
         [&](const std::string& line) {
             const std::size_t batch = batchDoneBy(line);
             if (batch >= _batches.size()) return onMessage(line);
             for (const JobId& id : _batches[batch]) onDone(id);
-        });
+        },
+        ninjaVariable);
     if (end.signal != 0) {
         throw CommandError(ExitStatus::DonePartly, std::string("Ninja was ended (") + strsignal(end.signal) +
                                                        ") before all was done; the same command goes on");

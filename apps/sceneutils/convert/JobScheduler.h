@@ -41,6 +41,7 @@ public:
 private:
     std::string buildFile(const JobPlan& plan) const;
     std::string command() const;
+    void removeLinks() const;
 
     StateFolder _state;
     ScheduleSettings _settings;

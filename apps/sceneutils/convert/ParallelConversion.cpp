@@ -6,11 +6,17 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <map>
 #include <set>
+#include <sstream>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -20,7 +26,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* stateFolderName = ".sceneutils";
+constexpr const char* wasEnded = "was not converted: its process, or that of a file that it refers to, was ended";
 constexpr const char* messagePrefixes[] = {"sceneutils: ", "ninja: error: ", "ninja: fatal: "};
 
 bool isForTheUser(const std::string& line) {
@@ -28,12 +34,36 @@ bool isForTheUser(const std::string& line) {
                        [&](const std::string& prefix) { return line.compare(0, prefix.size(), prefix) == 0; });
 }
 
-// One that has ended, and whose parent has not noticed yet, does nothing any more.
-bool isAlive(const std::string& pid) {
+/** What /proc says of a process behind its name: the state comes first. Empty if there is none. */
+std::istringstream stateOfProcess(const std::string& pid) {
     std::ifstream file("/proc/" + pid + "/stat");
     const std::string stat{std::istreambuf_iterator<char>(file), {}};
-    const std::size_t state = stat.rfind(')') + 2;
-    return state < stat.size() && stat[state] != 'Z' && stat[state] != 'X';
+    return std::istringstream(stat.substr(std::min(stat.rfind(')') + 1, stat.size())));
+}
+
+double secondsSinceBoot(long ticks) {
+    return static_cast<double>(ticks) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+// One that has ended, and whose parent has not noticed yet, does nothing any more. One that is younger than the file
+// has only got the number of the one that wrote it.
+bool isAtWork(const std::string& pid, const fs::path& file) {
+    constexpr int fieldsBeforeStart = 18;
+    constexpr double tolerance = 1.0;
+    std::istringstream stat = stateOfProcess(pid);
+    std::string field;
+    if (!(stat >> field) || field == "Z" || field == "X") return false;
+    for (int i = 0; i < fieldsBeforeStart; ++i) stat >> field;
+    long start = 0;
+    struct stat status = {};
+    if (!(stat >> start) || lstat(file.c_str(), &status) != 0) return true;
+
+    timespec now = {};
+    timespec sinceBoot = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+    const auto age = static_cast<double>(now.tv_sec - status.st_ctim.tv_sec);
+    return secondsSinceBoot(start) <= static_cast<double>(sinceBoot.tv_sec) - age + tolerance;
 }
 
 /** The names of unfinished files, but for the process ids at their ends, by folder. */
@@ -99,7 +129,6 @@ void ParallelConversion::explain(std::ostream& out) const {
 
 ConversionReport ParallelConversion::run(const Listener& onResult) {
     const Clock::time_point start = Clock::now();
-    checkStaysBelow(_plan.outputFolder, _state.path());
     StateLock lock(_state.path());
     if (lock.wasLeftInAHurry()) removeLeftovers();
     if (lock.lastUse() != _lastUse) _jobs = JobPlan(_plan, _state);
@@ -128,6 +157,7 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
             if (result && result->job == identityOf(job.job)) finish(resultOf(job));
         },
         [&](const std::string& line) {
+            if (noteFailure(line)) return;
             if (_settings.job.isVerbose || isForTheUser(line)) std::cerr << withoutControlCharacters(line) << "\n";
         });
 
@@ -135,6 +165,13 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
     for (const PlannedJob& job : _jobs.jobs()) {
         if (results.count(job.file) != 0) continue;
         FileResult result = resultOf(job);
+        // What a run before has made of it does not count if it was to be done again.
+        const bool isDone = allEndedWell || isUpToDate(job);
+        if (result.problem.empty() && !isDone) {
+            result = FileResult();
+            result.file = job.file;
+            result.problem = wasEnded;
+        }
         const bool isNews = !result.problem.empty();
         if (isNews) {
             finish(result);
@@ -158,10 +195,29 @@ FileResult ParallelConversion::resultOf(const PlannedJob& planned) const {
     if (stored && stored->job == identityOf(planned.job)) {
         result = stored->result;
     } else {
-        result.problem = "was not converted: its process, or that of a file that it refers to, was ended";
+        result.problem = wasEnded;
+    }
+    const auto failure = _failures.find(planned.id);
+    if (failure != _failures.end()) {
+        result = FileResult();
+        result.problem = failure->second;
+        result.isOutputProblem = true;
     }
     result.file = planned.file;
     return result;
+}
+
+bool ParallelConversion::isUpToDate(const PlannedJob& planned) const {
+    const auto result = _state.result(planned.id);
+    return result && tool::isUpToDate(_state, planned.id, planned.job, *result);
+}
+
+bool ParallelConversion::noteFailure(const std::string& line) {
+    const std::size_t length = std::strlen(jobFailedPrefix);
+    const std::size_t blank = line.find(' ', length);
+    if (line.compare(0, length, jobFailedPrefix) != 0 || blank == std::string::npos) return false;
+    _failures[line.substr(length, blank - length)] = line.substr(blank + 1);
+    return true;
 }
 
 // Only what this conversion can have begun, and no process is at work on any more.
@@ -173,7 +229,8 @@ void ParallelConversion::removeLeftovers() const {
         for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
             const std::string name = entry.path().filename().string();
             const std::size_t pid = name.find_last_not_of("0123456789") + 1;
-            if (names.count(name.substr(0, pid)) != 0 && !isAlive(name.substr(pid))) leftovers.push_back(entry.path());
+            if (names.count(name.substr(0, pid)) != 0 && !isAtWork(name.substr(pid), entry.path()))
+                leftovers.push_back(entry.path());
         }
         for (const fs::path& leftover : leftovers) fs::remove(leftover, error);
     }

@@ -6,8 +6,10 @@
 
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
 #include <ostream>
+#include <string>
 
 namespace veltrane::sceneutils::tool {
 
@@ -40,12 +42,16 @@ public:
 private:
     void removeLeftovers() const;
     FileResult resultOf(const PlannedJob& planned) const;
+    bool isUpToDate(const PlannedJob& planned) const;
+    /** Whether that is what the line is about. */
+    bool noteFailure(const std::string& line);
 
     const ConversionPlan& _plan;
     ScheduleSettings _settings;
     StateFolder _state;
     std::optional<FileStamp> _lastUse;  ///< of the state, before it was looked at
     JobPlan _jobs;
+    std::map<JobId, std::string> _failures;  ///< of jobs that could not leave their result in the state
 };
 
 }  // namespace veltrane::sceneutils::tool

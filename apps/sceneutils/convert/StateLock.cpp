@@ -49,11 +49,14 @@ std::optional<FileStamp> StateLock::lastUseOf(const fs::path& folder) {
 
 StateLock::StateLock(const fs::path& folder) : _lastUse(lastUseOf(folder)) {
     std::error_code error;
+    for (const fs::path& part : {folder.parent_path(), folder}) {
+        if (fs::is_symlink(part, error)) fail(part, "is a link; remove it, nothing is written where it leads");
+    }
     fs::create_directories(folder, error);
     if (error) fail(folder, "cannot make the folder: " + error.message());
 
     // Not closed on exec: who inherits the file inherits the lock.
-    _file = open((folder / lockName).c_str(), O_RDWR | O_CREAT, 0666);
+    _file = open((folder / lockName).c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0666);
     if (_file < 0) fail(folder / lockName, std::string("cannot be written: ") + std::strerror(errno));
     if (!lock(_file)) {
         if (!waitForLock(_file)) {
@@ -66,7 +69,8 @@ StateLock::StateLock(const fs::path& folder) : _lastUse(lastUseOf(folder)) {
     }
     char mark = 0;
     _wasLeftInAHurry = pread(_file, &mark, 1, 0) == 1;
-    if (pwrite(_file, "!", 1, 0) != 1)
+    // On the disk before anything else is: a power failure is one of the ends that leave unfinished files.
+    if (pwrite(_file, "!", 1, 0) != 1 || (fdatasync(_file) != 0 && errno != EINVAL && errno != ENOSYS))
         fail(folder / lockName, std::string("cannot be written: ") + std::strerror(errno));
 }
 

@@ -57,8 +57,13 @@ std::string withVisibleControlCharacters(const std::string& text) {
 }
 
 std::string withoutControlCharacters(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    for (std::size_t at = 0; at < text.size();) {
+        char32_t character = 0;
+        const std::size_t length = lengthOfCharacter(text, at, character);
+        const bool isControl = length > 0 && (character < 0x20 || (character >= 0x7f && character <= 0x9f));
+        if (isControl) text.replace(at, length, 1, '?');
+        at += isControl ? 1 : std::max<std::size_t>(length, 1);
+    }
     return text;
 }
 

@@ -39,12 +39,25 @@ bool renameWithoutOverwriting(const fs::path& from, const fs::path& to) {
     return std::rename(from.c_str(), to.c_str()) == 0;
 }
 
-// What has a name after a power failure shall have its content too.
-void bringToDisk(const fs::path& path) {
+// What has a name after a power failure shall have its content too. A file system that cannot do it is no reason to
+// stop.
+bool bringToDisk(const fs::path& path) {
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) return;
-    fdatasync(file);
+    if (file < 0) return false;
+    const bool isThere = fdatasync(file) == 0 || errno == EINVAL || errno == ENOSYS;
+    const int reason = errno;
     close(file);
+    errno = reason;
+    return isThere;
+}
+
+// A new file, so that nothing that waits under its name, as a link that leads elsewhere, is written to.
+bool makeAnew(const fs::path& path) {
+    if (unlink(path.c_str()) != 0 && errno != ENOENT) return false;
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (file < 0) return false;
+    close(file);
+    return true;
 }
 
 }  // namespace
@@ -110,9 +123,9 @@ WholeFile::WholeFile(const fs::path& path, bool mayOverwrite)
     if (error) fail(path.parent_path(), "cannot make the folder: " + error.message());
 
     rememberUnfinishedFile(_temporaryPath);
-    unlink(_temporaryPath.c_str());  // what is there may be a link to somewhere else
     errno = 0;
-    if (!_buffer.open(_temporaryPath, std::ios::out | std::ios::binary | std::ios::trunc)) {
+    if (!makeAnew(_temporaryPath) ||
+        !_buffer.open(_temporaryPath, std::ios::out | std::ios::binary | std::ios::trunc)) {
         unfinishedFile[0] = '\0';
         fail(path, std::string("cannot be written: ") + std::strerror(errno));
     }
@@ -136,10 +149,9 @@ std::uintmax_t WholeFile::commit() {
     if (error) fail(_path, "cannot be written: " + error.message());
 
     if (_timeFrom) fs::last_write_time(_temporaryPath, fs::last_write_time(*_timeFrom, error), error);
-    if (beforeRenaming) {
-        bringToDisk(_temporaryPath);
-        beforeRenaming(_temporaryPath);
-    }
+    if (_outlastsPowerFailures && !bringToDisk(_temporaryPath))
+        fail(_path, std::string("not all of it could be written: ") + std::strerror(errno));
+    if (beforeRenaming) beforeRenaming(_temporaryPath);
     const bool renamed = _mayOverwrite ? std::rename(_temporaryPath.c_str(), _path.c_str()) == 0
                                        : renameWithoutOverwriting(_temporaryPath, _path);
     if (!renamed) fail(_path, std::string("cannot be written: ") + std::strerror(errno));

@@ -35,6 +35,12 @@ public:
     /** Gives the file the time of the last change that another has. */
     void keepTimeOf(const std::filesystem::path& other) { _timeFrom = other; }
 
+    /**
+     * Lets commit() do without waiting for the disk: after a power failure the file may have its name but not its
+     * content. For what is looked at with suspicion, and easily made again.
+     */
+    void needNotOutlastPowerFailures() { _outlastsPowerFailures = false; }
+
     /** Called by commit() with the temporary file when that is whole and on the disk. */
     std::function<void(const std::filesystem::path&)> beforeRenaming;
 
@@ -63,6 +69,7 @@ private:
     std::filesystem::path _path;
     std::filesystem::path _temporaryPath;
     bool _mayOverwrite;
+    bool _outlastsPowerFailures = true;
     std::optional<std::filesystem::path> _timeFrom;
     Buffer _buffer;
     std::ostream _stream{&_buffer};
