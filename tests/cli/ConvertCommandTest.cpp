@@ -232,7 +232,7 @@ TEST(ConvertCommand, WritesAReport) {
                                                  {"maxRange", 10000.0},
                                                  {"smooth", false},
                                                  {"overwrite", false},
-                                               {"textures", "relative"}}));
+                                                 {"textures", "relative"}}));
     EXPECT_EQ(report["totals"]["filesRead"], 3);
     EXPECT_EQ(report["totals"]["filesConverted"], 3);
     EXPECT_EQ(report["totals"]["filesFailed"], 1);
