@@ -231,7 +231,8 @@ TEST(ConvertCommand, WritesAReport) {
                                                  {"convertReferences", true},
                                                  {"maxRange", 10000.0},
                                                  {"smooth", false},
-                                                 {"overwrite", false}}));
+                                                 {"overwrite", false},
+                                                 {"textures", "relative"}}));
     EXPECT_EQ(report["totals"]["filesRead"], 3);
     EXPECT_EQ(report["totals"]["filesConverted"], 3);
     EXPECT_EQ(report["totals"]["filesFailed"], 1);

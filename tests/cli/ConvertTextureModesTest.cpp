@@ -1,3 +1,4 @@
+#include "convert/ConversionPlan.h"
 #include "convert/TexturePlaces.h"
 #include "sample/SampleDatabase.h"
 #include "support/ConvertedTextures.h"
@@ -12,6 +13,7 @@
 #include <vector>
 
 namespace fs = std::filesystem;
+namespace tool = veltrane::sceneutils::tool;
 using namespace testing_support;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -199,6 +201,23 @@ TEST(ConvertTextureModes, StorePixelsSoThatNoTextureIsNeeded) {
     EXPECT_THAT(greysIn(folder / "out/west/tile.ive"), UnorderedElementsAre(100, 200));
     EXPECT_THAT(greysIn(folder / "out/east/tile.ive"), UnorderedElementsAre(150, 200));
     EXPECT_THAT(textureNamesIn(folder / "out/west/tile.ive"), IsEmpty());
+}
+
+TEST(ConvertTextureModes, NeedNoPlaceForWhatIsStored) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "db/x.png", 100);
+    writeTextured(folder / "db/m.flt", {"x.png"}, {"../other/t.flt"});
+    writeGrey(folder / "other/x.png", 7);
+    writeTextured(folder / "other/t.flt", {"x.png"});
+    tool::ConversionOptions options;
+    options.input = folder / "db/m.flt";
+    options.output = folder / "other/w.ive";
+
+    EXPECT_EQ(tool::planFiles(options).displacedTextures.size(), 1u);
+    options.textures = tool::TextureMode::Copy;
+    EXPECT_EQ(tool::planFiles(options).displacedTextures.size(), 0u);
+    options.textures = tool::TextureMode::Embed;
+    EXPECT_EQ(tool::planFiles(options).displacedTextures.size(), 0u);
 }
 
 TEST(ConvertTextureModes, StorePicturesUnderNamesThatTellThemApart) {
