@@ -4,6 +4,7 @@
 #include "convert/ConversionPlan.h"
 #include "convert/ConversionReport.h"
 #include "convert/DatabaseConversion.h"
+#include "convert/FinishedRun.h"
 #include "convert/ParallelConversion.h"
 #include "convert/Progress.h"
 #include "convert/StateLock.h"
@@ -14,6 +15,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <iostream>
@@ -118,16 +120,27 @@ ExitStatus runInJobs(const ConvertArguments& arguments, const ConversionPlan& pl
             progress.show(result);
         });
     }
-    writeSummary(std::cout, plan, report, report.filesRead() - done);
+    writeSummary(std::cout, totalsOf(plan, report), report.seconds, report.filesRead() - done);
     writeReport(plan, report, arguments.report);
     return statusOf(report);
+}
+
+/** Whether an earlier run in jobs has done all; then it says so. */
+bool hasNothingToDo(const ConvertArguments& arguments, const ConversionOptions& options) {
+    const auto start = std::chrono::steady_clock::now();
+    if (arguments.isDryRun || !arguments.report.empty()) return false;
+    const auto totals = FinishedRun::unchanged(options);
+    if (!totals) return false;
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    writeSummary(std::cout, *totals, seconds.count(), totals->read);
+    return true;
 }
 
 /** Keeps conversions in jobs out of an output folder for the length of a scope. */
 class NoJobs {
 public:
     explicit NoJobs(const ConversionPlan& plan) {
-        const fs::path state = stateFolderOf(plan);
+        const fs::path state = stateFolderOf(plan.options);
         std::error_code error;
         if (fs::is_directory(state, error)) _lock.emplace(state);
     }
@@ -150,7 +163,7 @@ ExitStatus runInOrder(const ConvertArguments& arguments, const ConversionPlan& p
         Progress progress(plan, plan.files.size(), Progress::Lines::OnTerminal);
         report = DatabaseConversion(plan, [&](const FileResult& result) { progress.show(result); }).run();
     }
-    writeSummary(std::cout, plan, report);
+    writeSummary(std::cout, totalsOf(plan, report), report.seconds);
     writeReport(plan, report, arguments.report);
     return statusOf(report);
 }
@@ -174,6 +187,7 @@ ExitStatus runConvert(const ConvertArguments& arguments) {
     endCleanlyOnSignals();
 
     try {
+        if (arguments.jobs > 0 && hasNothingToDo(arguments, options)) return ExitStatus::Done;
         if (arguments.jobs > 0) return runInJobs(arguments, planFiles(options));
         return runInOrder(arguments, planConversion(options));
     } catch (const OutputError& error) {

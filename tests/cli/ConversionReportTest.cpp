@@ -51,7 +51,7 @@ ConversionPlan threeFiles() {
 
 std::string summaryOf(const ConversionPlan& plan, const ConversionReport& report) {
     std::ostringstream out;
-    writeSummary(out, plan, report);
+    writeSummary(out, totalsOf(plan, report), report.seconds);
     return out.str();
 }
 

@@ -102,6 +102,7 @@ public:
                                options.input.string() + ": " + _plan.files.front().problem);
         }
         placeTextures();
+        _plan.seenFolders = _finder.foldersThatDecided();
         return std::move(_plan);
     }
 
@@ -380,6 +381,11 @@ void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size
     } catch (const OutputError& error) {
         throw CommandError(ExitStatus::OutputNotWritten, error.what());
     }
+}
+
+fs::path stateFolderOf(const ConversionOptions& options) {
+    const fs::path output = Resolver().identityOf(fs::absolute(options.output));
+    return output.parent_path() / stateFolderName / output.filename();
 }
 
 ConversionPlan planConversion(const ConversionOptions& options) {

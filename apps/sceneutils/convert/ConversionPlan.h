@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <limits>
+#include <map>
 #include <set>
 #include <string>
 #include <utility>
@@ -103,7 +104,8 @@ struct ConversionPlan {
     std::filesystem::path inputFolder;   ///< the master's, resolved
     std::filesystem::path outputFolder;  ///< resolved as far as it exists
     std::vector<PlannedFile> files;
-    std::set<StoredPath> inputs;  ///< resolved; what must never be overwritten, textures included
+    std::set<StoredPath> inputs;                      ///< resolved; what must never be overwritten, textures included
+    std::map<std::string, std::int64_t> seenFolders;  ///< FileFinder::foldersThatDecided() where inputs lie
     std::vector<std::pair<StoredPath, StoredPath>> displacedTextures;  ///< whose usual place is taken; new places
 };
 
@@ -118,6 +120,9 @@ ConversionPlan planFiles(const ConversionOptions& options);
  * @throws CommandError if an output may not be written
  */
 void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size_t)>& mayReplace);
+
+/** The folder in which a conversion in jobs keeps what it has to remember: beside the output, named after it. */
+std::filesystem::path stateFolderOf(const ConversionOptions& options);
 
 /** Both: the files, and a look at their outputs. */
 ConversionPlan planConversion(const ConversionOptions& options);

@@ -100,12 +100,22 @@ std::uintmax_t ConversionReport::bytesOut() const {
     return bytes;
 }
 
-void writeSummary(std::ostream& out, const ConversionPlan& plan, const ConversionReport& report, std::size_t upToDate) {
-    out << plural(report.filesRead(), "file read", "files read") << ", " << report.filesConverted() << " converted, "
-        << report.filesFailed() << " failed, "
-        << plural(report.texturesMissing(), "texture missing", "textures missing") << ", "
-        << plural(report.bytesIn(plan), "byte in", "bytes in") << ", "
-        << plural(report.bytesOut(), "byte out", "bytes out") << ", " << fixed(report.seconds, 2) << " s";
+ConversionTotals totalsOf(const ConversionPlan& plan, const ConversionReport& report) {
+    ConversionTotals totals;
+    totals.read = report.filesRead();
+    totals.converted = report.filesConverted();
+    totals.failed = report.filesFailed();
+    totals.texturesMissing = report.texturesMissing();
+    totals.bytesIn = report.bytesIn(plan);
+    totals.bytesOut = report.bytesOut();
+    return totals;
+}
+
+void writeSummary(std::ostream& out, const ConversionTotals& totals, double seconds, std::size_t upToDate) {
+    out << plural(totals.read, "file read", "files read") << ", " << totals.converted << " converted, " << totals.failed
+        << " failed, " << plural(totals.texturesMissing, "texture missing", "textures missing") << ", "
+        << plural(totals.bytesIn, "byte in", "bytes in") << ", " << plural(totals.bytesOut, "byte out", "bytes out")
+        << ", " << fixed(seconds, 2) << " s";
     if (upToDate > 0) out << "; " << plural(upToDate, "was", "were") << " up to date";
     out << "\n";
 }

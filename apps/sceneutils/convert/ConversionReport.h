@@ -41,12 +41,25 @@ struct ConversionReport {
     std::uintmax_t bytesOut() const;
 };
 
+/** What is counted over all files. */
+struct ConversionTotals {
+    std::size_t read = 0;
+    std::size_t converted = 0;
+    std::size_t failed = 0;
+    std::size_t texturesMissing = 0;  ///< distinct names
+    std::uintmax_t bytesIn = 0;       ///< of the models
+    std::uintmax_t bytesOut = 0;
+};
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ConversionTotals, read, converted, failed, texturesMissing, bytesIn, bytesOut)
+
+ConversionTotals totalsOf(const ConversionPlan& plan, const ConversionReport& report);
+
 /**
  * The one line for people.
  * @param upToDate how many files an earlier run had done; nothing is said of it if there was none
  */
-void writeSummary(std::ostream& out, const ConversionPlan& plan, const ConversionReport& report,
-                  std::size_t upToDate = 0);
+void writeSummary(std::ostream& out, const ConversionTotals& totals, double seconds, std::size_t upToDate = 0);
 
 /** The same for programs. Its field "version" grows when a field changes its meaning or goes. */
 nlohmann::json reportAsJson(const ConversionPlan& plan, const ConversionReport& report);

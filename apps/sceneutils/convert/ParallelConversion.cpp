@@ -2,6 +2,7 @@
 
 #include "../files/PlainText.h"
 #include "../files/WholeFile.h"
+#include "FinishedRun.h"
 #include "StateLock.h"
 
 #include <algorithm>
@@ -88,14 +89,10 @@ std::map<fs::path, std::set<std::string>> unfinishedNames(const ConversionPlan& 
 
 }  // namespace
 
-fs::path stateFolderOf(const ConversionPlan& plan) {
-    return plan.outputFolder / stateFolderName / plan.files.front().output.filename();
-}
-
 ParallelConversion::ParallelConversion(const ConversionPlan& plan, const ScheduleSettings& settings)
     : _plan(plan),
       _settings(settings),
-      _state(stateFolderOf(plan)),
+      _state(stateFolderOf(plan.options)),
       _lastUse(StateLock::lastUseOf(_state.path())),
       _jobs(plan, _state) {}
 
@@ -132,6 +129,8 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
     StateLock lock(_state.path());
     if (lock.wasLeftInAHurry()) removeLeftovers();
     if (lock.lastUse() != _lastUse) _jobs = JobPlan(_plan, _state);
+    const bool wereUpToDate = _jobs.areUpToDate();
+    if (!wereUpToDate) FinishedRun::forget(_state);
     _jobs.write(_state);
 
     std::map<std::size_t, FileResult> results;
@@ -150,16 +149,18 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
     std::map<JobId, const PlannedJob*> planned;
     for (const PlannedJob& job : _jobs.jobs()) planned[job.id] = &job;
     JobScheduler scheduler(_jobs, _state, _settings);
-    const bool allEndedWell = scheduler.run(
-        [&](const JobId& id) {
-            const auto result = _state.result(id);
-            const PlannedJob& job = *planned.at(id);
-            if (result && result->job == identityOf(job.job)) finish(resultOf(job));
-        },
-        [&](const std::string& line) {
-            if (noteFailure(line)) return;
-            if (_settings.job.isVerbose || isForTheUser(line)) std::cerr << withoutControlCharacters(line) << "\n";
-        });
+    const bool allEndedWell = wereUpToDate || scheduler.run(
+                                                  [&](const JobId& id) {
+                                                      const auto result = _state.result(id);
+                                                      const PlannedJob& job = *planned.at(id);
+                                                      if (result && result->job == identityOf(job.job))
+                                                          finish(resultOf(job));
+                                                  },
+                                                  [&](const std::string& line) {
+                                                      if (noteFailure(line)) return;
+                                                      if (_settings.job.isVerbose || isForTheUser(line))
+                                                          std::cerr << withoutControlCharacters(line) << "\n";
+                                                  });
 
     ConversionReport report;
     for (const PlannedJob& job : _jobs.jobs()) {
@@ -182,6 +183,7 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
     for (const auto& [file, result] : results) report.files.push_back(result);
     report.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     if (allEndedWell) {
+        if (report.filesFailed() == 0) remember(report);
         lock.leaveInOrder();
     } else {
         removeLeftovers();
@@ -189,7 +191,13 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
     return report;
 }
 
+void ParallelConversion::remember(const ConversionReport& report) {
+    if (!_jobs.areUpToDate()) _jobs = JobPlan(_plan, _state);
+    if (_jobs.areUpToDate()) FinishedRun(_plan, _jobs, report).write(_state);
+}
+
 FileResult ParallelConversion::resultOf(const PlannedJob& planned) const {
+    if (planned.reason.empty() && !planned.mayFollow) return planned.result;
     FileResult result;
     const auto stored = _state.result(planned.id);
     if (stored && stored->job == identityOf(planned.job)) {

@@ -13,9 +13,6 @@
 
 namespace veltrane::sceneutils::tool {
 
-/** The folder in which a conversion in jobs keeps what it has to remember: beside the output, named after it. */
-std::filesystem::path stateFolderOf(const ConversionPlan& plan);
-
 /**
  * Carries out a plan in jobs that run side by side, each in a process of its own that knows nothing of the others, and
  * does only what was not done by an earlier run.
@@ -41,6 +38,8 @@ public:
 
 private:
     void removeLeftovers() const;
+    /** Looks once more whether all is up to date, so that the next run need not. */
+    void remember(const ConversionReport& report);
     FileResult resultOf(const PlannedJob& planned) const;
     bool isUpToDate(const PlannedJob& planned) const;
     /** Whether that is what the line is about. */

@@ -3,6 +3,7 @@
 #include <osgDB/FileUtils>
 
 #include <algorithm>
+#include <chrono>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -24,6 +25,13 @@ bool existsAt(const fs::path& path) {
 
 }  // namespace
 
+std::int64_t timeOfFolder(const fs::path& folder) {
+    std::error_code error;
+    const auto time = fs::last_write_time(folder.empty() ? fs::path(".") : folder, error);
+    if (error) return 0;
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count();
+}
+
 std::string toLowerCase(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
                    [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
@@ -34,12 +42,19 @@ std::optional<fs::path> FileFinder::find(const fs::path& folder, const std::stri
     if (name.empty()) return std::nullopt;
     if (isFile(folder / name)) return folder / name;
 
+    noteDecision(folder);
     std::string withSlashes = name;
     std::replace(withSlashes.begin(), withSlashes.end(), '\\', '/');
     return findIgnoringCase(folder, withSlashes);
 }
 
 std::optional<fs::path> FileFinder::findTexture(const fs::path& folder, const std::string& name) {
+    const auto [known, isNew] = _textures.try_emplace({folder.string(), name});
+    if (isNew) known->second = lookForTexture(folder, name);
+    return known->second;
+}
+
+std::optional<fs::path> FileFinder::lookForTexture(const fs::path& folder, const std::string& name) {
     std::vector<fs::path> folders = {folder};
     for (const std::string& dataFolder : osgDB::getDataFilePathList()) folders.push_back(fs::absolute(dataFolder));
 
@@ -62,6 +77,7 @@ std::optional<fs::path> FileFinder::findIgnoringCase(const fs::path& folder, con
             found /= part;
             continue;
         }
+        noteDecision(found);
         const NamesByLowerCase& names = listing(found);
         const auto match = names.find(toLowerCase(part.string()));
         if (match == names.end()) return std::nullopt;
@@ -69,6 +85,11 @@ std::optional<fs::path> FileFinder::findIgnoringCase(const fs::path& folder, con
     }
     if (!isFile(found)) return std::nullopt;
     return found;
+}
+
+void FileFinder::noteDecision(const fs::path& folder) {
+    const auto [known, isNew] = _foldersThatDecided.try_emplace(folder.string(), 0);
+    if (isNew) known->second = timeOfFolder(folder);
 }
 
 const FileFinder::NamesByLowerCase& FileFinder::listing(const fs::path& folder) {
