@@ -310,7 +310,7 @@ TEST(ConvertJobsNames, AsLongAsThePathsOfTheSystemAreTakenOrNamed) {
     writeFlight(folder / "in/master.flt", 20, {});
     writeFlight(folder / (deep + "/master.flt"), 20, {"a.flt"});
     writeFlight(folder / (deep + "/a.flt"), 3);
-    for (const std::string& out : {std::string("out/m.ive"), std::string("out/") + std::string(251, 'm') + ".ive"}) {
+    for (const std::string& out : {std::string("out/m.ive"), std::string("other/") + std::string(251, 'm') + ".ive"}) {
         ToolSettings settings;
         settings.workingDirectory = folder.path();
         const ToolResult result = runTool({"convert", deep + "/master.flt", out, "--recurse", "--jobs", "2"}, settings);

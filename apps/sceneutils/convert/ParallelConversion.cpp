@@ -66,6 +66,13 @@ bool isAtWork(const std::string& pid, const fs::path& file) {
     return secondsSinceBoot(start) <= static_cast<double>(sinceBoot.tv_sec) - age + tolerance;
 }
 
+FileResult disturbed(const std::string& problem) {
+    FileResult result;
+    result.problem = problem;
+    result.wasDisturbed = true;
+    return result;
+}
+
 /** The names of unfinished files, but for the process ids at their ends, by folder. */
 std::map<fs::path, std::set<std::string>> unfinishedNames(const ConversionPlan& plan) {
     std::map<fs::path, std::set<std::string>> names;
@@ -163,9 +170,8 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
         // What a run before has made of it does not count if it was to be done again.
         const bool isDone = allEndedWell || isUpToDate(job);
         if (result.problem.empty() && !isDone) {
-            result = FileResult();
+            result = disturbed(wasEnded);
             result.file = job.file;
-            result.problem = wasEnded;
         }
         const bool isNews = !result.problem.empty();
         if (isNews) {
@@ -190,14 +196,10 @@ FileResult ParallelConversion::resultOf(const PlannedJob& planned) const {
     if (stored && stored->job == identityOf(planned.job)) {
         result = stored->result;
     } else {
-        result.problem = wasEnded;
+        result = disturbed(wasEnded);
     }
     const auto failure = _failures.find(planned.id);
-    if (failure != _failures.end()) {
-        result = FileResult();
-        result.problem = failure->second;
-        result.isOutputProblem = true;
-    }
+    if (failure != _failures.end()) result = disturbed(failure->second);
     result.file = planned.file;
     return result;
 }
