@@ -75,7 +75,8 @@ public:
     /** Interrupts a run, and expects that it ends at once and leaves nothing unfinished. */
     void interrupt(int signal, bool wholeGroup) {
         ToolProcess process(SCENEUTILS_TOOL, arguments(), settings());
-        while (process.isRunning() && !fs::exists(_folder / "out/.sceneutils/m.ive/build.ninja"))
+        // Before it has started Ninja, it may not be prepared yet.
+        while (process.isRunning() && processTree(lastChild()).size() < 2)
             std::this_thread::sleep_for(Milliseconds(1));
         waitForARandomMoment(process);
         const bool isInTime = process.isRunning();
