@@ -251,6 +251,28 @@ TEST(ConvertJobsDisk, KnowsWhoseAnOutputIsBeforeThatHasItsNameAndThatItIsDoneAft
                                    "name .result", "name .bound", "name .sphere"));
 }
 
+TEST(ConvertJobsDisk, SaysWhoseTheOutputsAreWheneverAProcessIsKilled) {
+    for (const char* name : {"/a.ive", ".result", ".bound", ".sphere", "/sub/u.png"}) {
+        SCOPED_TRACE(name);
+        const TemporaryDirectory folder;
+        writeDatabase(folder.path());
+        convertInJobs(folder.path());
+        fs::rename(folder / "out", folder / "old");
+        writeFlight(folder / "in/a.flt", 30);
+        writeGrey(folder / "in/sub/u.png", 200);
+        const auto expected = undisturbedOutputs(folder.path());
+        fs::rename(folder / "old", folder / "out");
+        // As if the run before had been killed too, before it could say what it had done.
+        for (const std::string& file : namesIn(folder / "out/.sceneutils/m.ive")) {
+            if (fs::path(file).extension() == ".result" && std::string(name) == "/a.ive")
+                fs::remove(fs::path(folder / "out/.sceneutils/m.ive") / file);
+        }
+
+        EXPECT_EQ(convertInJobs(folder.path(), {}, withDiskFaults({{"KILL", name}})).status, 5);
+        expectPlainRunCompletes(folder.path(), expected);
+    }
+}
+
 TEST(ConvertJobsDisk, MayBeReadOnly) {
     const ToolResult result = runWithReadOnly("out");
     EXPECT_EQ(result.status, 4);

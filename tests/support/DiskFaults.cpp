@@ -3,9 +3,11 @@
 //   SCENEUTILS_TEST_LOG    a file to which a line is appended for each "sync PATH" and "rename FROM|TO"
 //   SCENEUTILS_TEST_FULL   writes to files with this in their names fail: the disk is full
 //   SCENEUTILS_TEST_BROKEN bringing files with this in their names to the disk fails
+//   SCENEUTILS_TEST_KILL   who is about to give a file a name with this in it is killed
 //   SCENEUTILS_TEST_SLEEP  whoever converts and opens a file with this in its name waits for ever
 
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -62,6 +64,11 @@ bool isBroken(int file) {
     return true;
 }
 
+void noteRename(const char* from, const char* to) {
+    note(std::string("rename ") + from + "|" + to);
+    if (isMeant("SCENEUTILS_TEST_KILL", to)) raise(SIGKILL);
+}
+
 bool isAtWork() {
     const int file = open("/proc/self/cmdline", O_RDONLY | O_CLOEXEC);
     char words[4096] = "";
@@ -105,13 +112,13 @@ int fdatasync(int file) {
 
 int rename(const char* from, const char* to) noexcept {
     static const auto really = original(&rename, "rename");
-    note(std::string("rename ") + from + "|" + to);
+    noteRename(from, to);
     return really(from, to);
 }
 
 int renameat2(int fromFolder, const char* from, int toFolder, const char* to, unsigned int flags) noexcept {
     static const auto really = original(&renameat2, "renameat2");
-    note(std::string("rename ") + from + "|" + to);
+    noteRename(from, to);
     return really(fromFolder, from, toFolder, to, flags);
 }
 
