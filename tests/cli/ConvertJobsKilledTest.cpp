@@ -76,8 +76,7 @@ public:
     void interrupt(int signal, bool wholeGroup) {
         ToolProcess process(SCENEUTILS_TOOL, arguments(), settings());
         // Before it has started Ninja, it may not be prepared yet.
-        while (process.isRunning() && processTree(lastChild()).size() < 2)
-            std::this_thread::sleep_for(Milliseconds(1));
+        while (process.isRunning() && processTree(lastChild()).size() < 2) std::this_thread::sleep_for(Milliseconds(1));
         waitForARandomMoment(process);
         const bool isInTime = process.isRunning();
         const int group = lastChild();

@@ -3,6 +3,7 @@
 //   SCENEUTILS_TEST_LOG    a file to which a line is appended for each "sync PATH" and "rename FROM|TO"
 //   SCENEUTILS_TEST_FULL   writes to files with this in their names fail: the disk is full
 //   SCENEUTILS_TEST_BROKEN bringing files with this in their names to the disk fails
+//   SCENEUTILS_TEST_UNREADABLE  reading files with this in their names fails
 //   SCENEUTILS_TEST_KILL   who is about to give a file a name with this in it is killed
 //   SCENEUTILS_TEST_SLEEP  whoever converts and opens a file with this in its name waits for ever
 
@@ -56,6 +57,13 @@ bool isFull(int file) {
     return true;
 }
 
+bool isUnreadable(int file) {
+    if (!std::getenv("SCENEUTILS_TEST_UNREADABLE") || !isMeant("SCENEUTILS_TEST_UNREADABLE", pathOf(file)))
+        return false;
+    errno = EIO;
+    return true;
+}
+
 bool isBroken(int file) {
     const std::string path = pathOf(file);
     note("sync " + path);
@@ -98,6 +106,11 @@ ssize_t writev(int file, const iovec* parts, int count) {
 ssize_t pwrite(int file, const void* bytes, size_t count, off_t offset) {
     static const auto really = original(&pwrite, "pwrite");
     return isFull(file) ? -1 : really(file, bytes, count, offset);
+}
+
+ssize_t pread(int file, void* bytes, size_t count, off_t offset) {
+    static const auto really = original(&pread, "pread");
+    return isUnreadable(file) ? -1 : really(file, bytes, count, offset);
 }
 
 int fsync(int file) {

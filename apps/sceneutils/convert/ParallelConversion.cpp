@@ -37,7 +37,8 @@ bool isForTheUser(const std::string& line) {
 /** What /proc says of a process behind its name: the state comes first. Empty if there is none. */
 std::istringstream stateOfProcess(const std::string& pid) {
     std::ifstream file("/proc/" + pid + "/stat");
-    const std::string stat{std::istreambuf_iterator<char>(file), {}};
+    std::string stat;
+    std::getline(file, stat);  // empty if the process has ended meanwhile
     return std::istringstream(stat.substr(std::min(stat.rfind(')') + 1, stat.size())));
 }
 
