@@ -87,7 +87,8 @@ ExitStatus statusOf(const ConversionReport& report) {
     const auto master = std::find_if(report.files.begin(), report.files.end(), isMaster);
     if (!master->problem.empty()) {
         if (master->isOutputProblem) return ExitStatus::OutputNotWritten;
-        return report.filesConverted() == 0 ? ExitStatus::InputUnreadable : ExitStatus::DonePartly;
+        const bool isUnreadable = report.filesConverted() == 0 && !master->wasDisturbed;
+        return isUnreadable ? ExitStatus::InputUnreadable : ExitStatus::DonePartly;
     }
     return report.filesFailed() == 0 ? ExitStatus::Done : ExitStatus::DonePartly;
 }

@@ -50,8 +50,8 @@ void writeDatabase(const fs::path& folder) {
 }
 
 /** The files of the state whose names end like that, spoiled. Returns how many they are. */
-int spoil(const fs::path& state, const std::string& ending, const Damage& damage) {
-    int count = 0;
+std::size_t spoil(const fs::path& state, const std::string& ending, const Damage& damage) {
+    std::size_t count = 0;
     for (const std::string& name : namesIn(state)) {
         if (name.size() < ending.size() || name.compare(name.size() - ending.size(), ending.size(), ending) != 0)
             continue;
@@ -92,14 +92,17 @@ private:
 /** Expects that damage to all files with that ending goes unnoticed by the user, with and without something to do. */
 void expectToOutliveDamageTo(const std::string& ending) {
     ChangingDatabase database;
+    std::size_t spoiled = 0;
     for (const Damage& damage : damages) {
         for (const bool changes : {false, true}) {
             SCOPED_TRACE(ending + ": " + damage.name + (changes ? ", and another input" : ""));
-            EXPECT_GT(spoil(database.state(), ending, damage), 0);
+            spoiled += spoil(database.state(), ending, damage);
             if (changes) database.change();
             expectPlainRunCompletes(database.folder(), database.expected());
         }
     }
+    // Ninja removes a log that it cannot read, and begins another one when it has something to write.
+    EXPECT_GE(spoiled, damages.size());
 }
 
 std::vector<std::string> linesOf(const std::string& text) {

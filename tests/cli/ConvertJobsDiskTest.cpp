@@ -49,7 +49,7 @@ void expectToldOnce(const ToolResult& result) {
     EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()).size(), lines.size()) << result.errors;
     EXPECT_LE(lines.size(), 4u) << result.errors;
     for (const std::string& line : lines) EXPECT_THAT(line, StartsWith("sceneutils: "));
-    if (result.status == 4) EXPECT_THAT(result.errors, HasSubstr("No space left on device"));
+    EXPECT_TRUE(result.status == 5 || result.errors.find("No space left on device") != std::string::npos);
 }
 
 /** Expects that a disk that is full for files with that in their names is named so, and a later run completes. */
@@ -59,7 +59,7 @@ ToolResult runWithFull(const std::string& name, const std::vector<std::string>& 
     const auto expected = undisturbedOutputs(folder.path());
     const ToolResult result = convertInJobs(folder.path(), more, withDiskFaults({{"FULL", name}}));
     expectToldOnce(result);
-    expectNothingHalfWritten(folder / "out", expected);
+    expectEveryTileWhole(folder / "out");
     expectPlainRunCompletes(folder.path(), expected);
     return result;
 }
@@ -74,10 +74,6 @@ std::vector<std::string> diskLog(const TemporaryDirectory& folder) {
         log.push_back(line);
     }
     return log;
-}
-
-std::size_t placeIn(const std::vector<std::string>& log, const std::string& line) {
-    return static_cast<std::size_t>(std::find(log.begin(), log.end(), line) - log.begin());
 }
 
 /** Lets a folder become one that nobody can write into, for as long as the object lives. */
@@ -147,7 +143,7 @@ TEST(ConvertJobsDisk, MayBeFullAtAnyMoment) {
             expectToldOnce(result);
             ++failures;
         }
-        expectNothingHalfWritten(folder / "out", expected);
+        expectEveryTileWhole(folder / "out");
         if (mounts.areAvailable()) mounts.resizeDisk(folder / "out", plenty);
         expectPlainRunCompletes(folder.path(), expected);
         for (const auto& entry : fs::directory_iterator(folder / "out")) fs::remove_all(entry.path());
@@ -185,11 +181,19 @@ TEST(ConvertJobsDisk, MayBeFullForWhatIsRememberedBeforeTheRun) {
 }
 
 TEST(ConvertJobsDisk, MayBeFullForWhatIsRememberedOfAFile) {
-    for (const char* name : {".result.part", ".sphere.part", ".bound.part", ".intent"}) {
+    for (const char* name : {".result.part", ".sphere.part", ".bound.part"}) {
         const ToolResult result = runWithFull(name);
-        EXPECT_THAT(result.errors, HasSubstr(": No space left on device\n"));
-        EXPECT_THAT(result.errors, HasSubstr("was not converted: its process, or that of a file that it refers to"));
+        EXPECT_EQ(result.status, 5);
+        EXPECT_THAT(result.errors, HasSubstr("sceneutils: a.flt (named by master.flt): "));
+        EXPECT_THAT(result.errors, HasSubstr(std::string(name).substr(0, 4)));
+        EXPECT_THAT(result.errors, HasSubstr(": not all of it could be written: No space left on device\n"));
+        EXPECT_THAT(result.errors,
+                    HasSubstr("sceneutils: master.flt: was not converted: its process, or that of a file "
+                              "that it refers to, was ended\n"));
     }
+    const ToolResult result = runWithFull(".intent");
+    EXPECT_EQ(result.status, 4);
+    EXPECT_THAT(result.errors, HasSubstr("/out/a.ive: cannot be written: "));
 }
 
 TEST(ConvertJobsDisk, MayBeFullForTheReport) {
@@ -245,6 +249,30 @@ TEST(ConvertJobsDisk, KnowsWhoseAnOutputIsBeforeThatHasItsNameAndThatItIsDoneAft
     }
     EXPECT_THAT(order, ElementsAre("sync lock", "name .job", "name .ninja", "sync .part", "sync .intent", "name .ive",
                                    "name .result", "name .bound", "name .sphere"));
+}
+
+TEST(ConvertJobsDisk, SaysWhoseTheOutputsAreWheneverAProcessIsKilled) {
+    for (const char* name : {"/a.ive", ".result", ".bound", ".sphere", "/sub/u.png"}) {
+        SCOPED_TRACE(name);
+        const TemporaryDirectory folder;
+        writeDatabase(folder.path());
+        convertInJobs(folder.path());
+        fs::rename(folder / "out", folder / "old");
+        writeFlight(folder / "in/c.flt", 9);
+        const bool losesResults = std::string(name) == "/a.ive";
+        writeFlight(folder / "in/a.flt", *makeTextured("t.png", 6));
+        if (!losesResults) writeGrey(folder / "in/sub/u.png", 200);
+        const auto expected = undisturbedOutputs(folder.path());
+        fs::rename(folder / "old", folder / "out");
+        // As if the run before had been killed too, before it could say what it had done.
+        for (const std::string& file : namesIn(folder / "out/.sceneutils/m.ive")) {
+            if (losesResults && fs::path(file).extension() == ".result")
+                fs::remove(fs::path(folder / "out/.sceneutils/m.ive") / file);
+        }
+
+        EXPECT_EQ(convertInJobs(folder.path(), {}, withDiskFaults({{"KILL", name}})).status, 5);
+        expectPlainRunCompletes(folder.path(), expected);
+    }
 }
 
 TEST(ConvertJobsDisk, MayBeReadOnly) {

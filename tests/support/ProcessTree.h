@@ -20,7 +20,8 @@ inline std::vector<std::vector<int>> processTree(int root) {
         const std::string name = entry.path().filename().string();
         if (name.find_first_not_of("0123456789") != std::string::npos) continue;
         std::ifstream file(entry.path() / "stat");
-        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        std::string text;
+        std::getline(file, text);  // empty if the process has ended meanwhile
         std::istringstream stat(text.substr(std::min(text.rfind(')') + 1, text.size())));
         std::string state;
         int parent = 0;

@@ -17,6 +17,7 @@ struct FileResult {
     std::size_t file = noFile;  ///< its place in the plan
     std::string problem;        ///< why it failed; empty: it did not
     bool isOutputProblem = false;
+    bool wasDisturbed = false;  ///< it may be fine: something else than the file is why
     bool written = false;
     std::uintmax_t bytesOut = 0;                        ///< of the converted file
     std::uintmax_t textureBytesOut = 0;                 ///< of the textures that were copied for it

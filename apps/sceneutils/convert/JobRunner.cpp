@@ -195,7 +195,11 @@ StoredResult JobRunner::convert(const Task& task, const MessageSender& parent) c
             std::vector<FileStamp> intended = {*stored.output};
             const fs::path output = job.conversion.output;
             if (isOwn(output)) intended.push_back(stampOf(output).value_or(*stored.output));
-            _state.writeIntent(id, intended);
+            try {
+                _state.writeIntent(id, intended);
+            } catch (const OutputError& error) {
+                throw OutputError(output.string() + ": cannot be written: " + error.what());
+            }
         };
         access.afterPlacing = [&](const fs::path& place) {
             const auto stamp = stampOf(place);

@@ -27,6 +27,7 @@ constexpr const char* buildFileName = "build.ninja";
 constexpr const char* ninjasOwnFiles[] = {".ninja_log", ".ninja_deps"};
 constexpr const char* ninjaVariable = "SCENEUTILS_NINJA";
 constexpr const char* commandVariable = "SCENEUTILS_CONVERT_JOB";
+constexpr const char* failedPrefix = "FAILED: ";
 constexpr const char* donePrefix = "sceneutils-batch-done ";
 constexpr std::size_t noBatch = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t mostJobsOfBatch = 32;
@@ -174,14 +175,22 @@ bool JobScheduler::run(const std::function<void(const JobId&)>& onDone,
     setenv(commandVariable, command().c_str(), 1);
     setenv("NINJA_STATUS", donePrefix, 1);
     removeLinks();
+    std::size_t ended = noBatch;
+    const auto announce = [&](std::size_t batch) {
+        if (batch >= _batches.size()) return;
+        for (const JobId& id : _batches[batch]) onDone(id);
+    };
     const ChildEnd end = runProgram(
         {program, "-C", _state.path().string(), "-f", buildFileName, "-j", std::to_string(_settings.jobs), "-k", "0"},
         [&](const std::string& line) {
-            const std::size_t batch = batchDoneBy(line);
-            if (batch >= _batches.size()) return onMessage(line);
-            for (const JobId& id : _batches[batch]) onDone(id);
+            // Ninja says that a batch is done, and in the next line that it has failed.
+            const bool hasFailed = line.compare(0, std::strlen(failedPrefix), failedPrefix) == 0;
+            if (!hasFailed) announce(ended);
+            ended = batchDoneBy(line);
+            if (ended == noBatch) onMessage(line);
         },
         ninjaVariable);
+    announce(ended);
     if (end.signal != 0) {
         throw CommandError(ExitStatus::DonePartly, std::string("Ninja was ended (") + strsignal(end.signal) +
                                                        ") before all was done; the same command goes on");

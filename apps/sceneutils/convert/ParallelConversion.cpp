@@ -38,7 +38,8 @@ bool isForTheUser(const std::string& line) {
 /** What /proc says of a process behind its name: the state comes first. Empty if there is none. */
 std::istringstream stateOfProcess(const std::string& pid) {
     std::ifstream file("/proc/" + pid + "/stat");
-    const std::string stat{std::istreambuf_iterator<char>(file), {}};
+    std::string stat;
+    std::getline(file, stat);  // empty if the process has ended meanwhile
     return std::istringstream(stat.substr(std::min(stat.rfind(')') + 1, stat.size())));
 }
 
@@ -65,6 +66,13 @@ bool isAtWork(const std::string& pid, const fs::path& file) {
     clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
     const auto age = static_cast<double>(now.tv_sec - status.st_ctim.tv_sec);
     return secondsSinceBoot(start) <= static_cast<double>(sinceBoot.tv_sec) - age + tolerance;
+}
+
+FileResult disturbed(const std::string& problem) {
+    FileResult result;
+    result.problem = problem;
+    result.wasDisturbed = true;
+    return result;
 }
 
 /** The names of unfinished files, but for the process ids at their ends, by folder. */
@@ -169,9 +177,8 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
         // What a run before has made of it does not count if it was to be done again.
         const bool isDone = allEndedWell || isUpToDate(job);
         if (result.problem.empty() && !isDone) {
-            result = FileResult();
+            result = disturbed(wasEnded);
             result.file = job.file;
-            result.problem = wasEnded;
         }
         const bool isNews = !result.problem.empty();
         if (isNews) {
@@ -203,14 +210,10 @@ FileResult ParallelConversion::resultOf(const PlannedJob& planned) const {
     if (stored && stored->job == identityOf(planned.job)) {
         result = stored->result;
     } else {
-        result.problem = wasEnded;
+        result = disturbed(wasEnded);
     }
     const auto failure = _failures.find(planned.id);
-    if (failure != _failures.end()) {
-        result = FileResult();
-        result.problem = failure->second;
-        result.isOutputProblem = true;
-    }
+    if (failure != _failures.end()) result = disturbed(failure->second);
     result.file = planned.file;
     return result;
 }
