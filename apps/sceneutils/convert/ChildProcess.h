@@ -7,12 +7,12 @@
 
 namespace veltrane::sceneutils::tool {
 
-/** The child's end of the pipe to its parent. */
+/** One process's end of a pipe, or of a socket, to another. */
 class MessageSender {
 public:
     explicit MessageSender(int fileDescriptor) : _fileDescriptor(fileDescriptor) {}
 
-    /** Sends a message of any bytes. A parent that no longer listens is not an error. */
+    /** Sends a message of any bytes. If nobody listens any more, that is not an error. */
     void send(const std::string& message) const;
 
 private:
@@ -66,9 +66,23 @@ ChildEnd runInChild(const ChildLimits& limits, const std::function<void(const Me
 ChildEnd runProgram(const std::vector<std::string>& arguments, const std::function<void(const std::string&)>& onLine);
 
 /**
- * Ends the child that runInChild() or runProgram() is waiting for, if there is one, by SIGTERM, and waits until it is
+ * Starts a copy of this process that does `work`, and does not wait for it; several may be at work. It dies with this
+ * process, leaves no core file, and has no other limits.
+ * @return its process id, which has to be handed to waitForChild()
+ * @throws std::system_error if no process can be had
+ */
+int startChild(const std::function<void()>& work);
+
+/** Waits until a child of startChild() has ended. */
+ChildEnd waitForChild(int pid);
+
+/** Waits for what a MessageSender sends. False: nothing more will come, or what came is not whole. */
+bool receiveMessage(int fileDescriptor, std::string& message);
+
+/**
+ * Ends the children that runInChild(), runProgram() and startChild() have started, by SIGTERM, and waits until they are
  * gone. May be called from a signal handler that does not return.
  */
-void endRunningChild();
+void endRunningChildren();
 
 }  // namespace veltrane::sceneutils::tool
