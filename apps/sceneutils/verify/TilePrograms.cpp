@@ -16,8 +16,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr GLenum parameters[] = {GL_GEOMETRY_VERTICES_OUT_EXT, GL_GEOMETRY_INPUT_TYPE_EXT, GL_GEOMETRY_OUTPUT_TYPE_EXT,
-                                 GL_PATCH_VERTICES};
+constexpr GLenum parameters[] = {GL_GEOMETRY_VERTICES_OUT_EXT, GL_GEOMETRY_INPUT_TYPE_EXT, GL_GEOMETRY_OUTPUT_TYPE_EXT};
 
 json parametersOf(const osg::Program& program) {
     json values = json::array();
