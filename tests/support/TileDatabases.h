@@ -59,7 +59,7 @@ inline void writeMaster(const std::filesystem::path& path, const std::vector<std
     writeTile(path, *makeMaster(tiles));
 }
 
-/** An image of 2 by 2 pixels. */
+/** An image of 2 by 2 pixels, which is written with its pixels unless told otherwise by "noTexturesInIVEFile". */
 inline osg::ref_ptr<osg::Image> makePicture(const std::string& name) {
     osg::ref_ptr<osg::Image> image = new osg::Image;
     image->allocateImage(2, 2, 1, GL_RGB, GL_UNSIGNED_BYTE);

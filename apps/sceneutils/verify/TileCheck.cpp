@@ -77,7 +77,9 @@ public:
 
     void apply(osg::Node& node) override {
         if (!_seen.insert(&node).second) return;
-        _spheres.add(isFinite(node.getBound()) ? 0 : 1, getNodePath());
+        // A node that is asked for its bound takes no notice of what it computes, if that is not a number.
+        const bool isNumber = isFinite(node.getBound()) && isFinite(node.computeBound());
+        _spheres.add(isNumber ? 0 : 1, getNodePath());
         if (osg::Geometry* geometry = node.asGeometry()) inspectVertices(*geometry);
         if (node.getStateSet()) inspect(*node.getStateSet());
         traverse(node);
@@ -137,7 +139,7 @@ private:
         const bool isFilm = dynamic_cast<const osg::ImageStream*>(&image) != nullptr;
         if (image.valid() || isFilm) return;
         const std::string problem = _reading.whatIsWrongWith(image);
-        tell("texture '" + image.getFileName() + "' " + (problem.empty() ? "has no pixels" : problem));
+        tell("texture " + (problem.empty() ? "'" + image.getFileName() + "' has no pixels" : problem));
     }
 
     void tell(const std::string& message) {

@@ -132,7 +132,7 @@ ReaderWriter::ReadResult TileReading::readImage(const std::string& name, const o
     }
     const osg::ref_ptr<osg::Image> image = new osg::Image;
     image->setFileName(name);
-    _emptyImages[image] = problem;
+    _emptyImages[image] = "'" + name + "' " + problem;
     return image.get();
 }
 

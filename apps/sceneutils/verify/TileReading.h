@@ -46,7 +46,7 @@ public:
     /** What the file refers to, each once, in the order of the graph. */
     const std::vector<TileReference>& references() const { return _references; }
 
-    /** Why an image has no pixels; empty: it was not read from a file of its own. */
+    /** "'NAME' is missing": why an image has no pixels; empty: it was not read from a file of its own. */
     std::string whatIsWrongWith(const osg::Image& image) const;
 
 private:
