@@ -226,6 +226,36 @@ TEST(VerifyCommand, FollowsProxyNodesAndOtherFormats) {
     EXPECT_THAT(result.output, StartsWith("4 files, 0 failed, 4 references, "));
 }
 
+TEST(VerifyCommand, LooksForProxyNodesFirstWhereTheReaderDoesAndThenWhereThePagerDoes) {
+    const TemporaryDirectory folder;
+    const osg::ref_ptr<osg::Group> master = makeMaster({});
+    master->addChild(makeProxy("sub/a.ive"));
+    writeTile(folder / "out/m.ive", *master);
+    writeMaster(folder / "out/sub/a.ive", {"gone1.ive"});
+    writeMaster(folder / "out/sub/sub/a.ive", {"gone2.ive"});
+    EXPECT_EQ(verifyIn(folder).errors, "sceneutils: error: out/sub/sub/a.ive: 'gone2.ive': no such file\n");
+    ToolSettings inItsFolder;
+    inItsFolder.workingDirectory = folder.path() / "out";
+    EXPECT_EQ(runTool({"verify", "m.ive"}, inItsFolder).errors,
+              "sceneutils: error: sub/a.ive: 'gone1.ive': no such file\n");
+}
+
+TEST(VerifyCommand, TellsOnceWhatIsTheSameInSeveralPlaces) {
+    const TemporaryDirectory folder;
+    const osg::ref_ptr<osg::Group> master = makeMaster({});
+    for (const float range : {5.0f, 5.0f}) master->addChild(makePaged("a.ive", range));
+    for (const float range : {5.0f, 50.0f}) master->addChild(makePaged("gone.ive", range));
+    const osg::ref_ptr<osg::Geode> bad = tileWithVertex(osg::Vec3(0, std::nanf(""), 0));
+    for (int i = 0; i < 2; ++i) master->addChild(bad);
+    writeTile(folder / "out/m.ive", *master);
+    writeTile(folder / "out/a.ive");
+    const ToolResult result = verifyIn(folder);
+
+    EXPECT_THAT(result.output, StartsWith("2 files, 0 failed, 2 references, "));
+    EXPECT_THAT(result.errors, HasSubstr("out/m.ive: 1 vertex is not finite"));
+    EXPECT_THAT(result.errorLines(), SizeIs(3)) << result.errors;
+}
+
 TEST(VerifyCommand, FollowsReferencesInHiddenPartsOfATile) {
     const TemporaryDirectory folder;
     const osg::ref_ptr<osg::Group> master = makeMaster({"a.ive"});
