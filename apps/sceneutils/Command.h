@@ -49,5 +49,6 @@ void addRenderCommand(CLI::App& app, ExitStatus& result);
 void addSampleCommand(CLI::App& app, ExitStatus& result);
 void addShadersCommand(CLI::App& app, ExitStatus& result);
 void addValidateCommand(CLI::App& app, ExitStatus& result);
+void addVerifyCommand(CLI::App& app, ExitStatus& result);
 
 }  // namespace veltrane::sceneutils::tool

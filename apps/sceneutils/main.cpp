@@ -55,6 +55,7 @@ int main(int argc, char** argv) {
     addSampleCommand(app, result);
     addShadersCommand(app, result);
     addValidateCommand(app, result);
+    addVerifyCommand(app, result);
 
     try {
         app.parse(argc, argv);

@@ -331,7 +331,7 @@ TEST(MessageSender, StandsAParentThatNoLongerListens) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     close(ends[0]);
-    const ChildEnd end = run([&](const MessageSender&) { MessageSender(ends[1], plenty).send("is anybody there?"); });
+    const ChildEnd end = run([&](const MessageSender&) { MessageSender(ends[1]).send("is anybody there?"); });
     close(ends[1]);
     EXPECT_EQ(end.exitStatus, 0);
     EXPECT_EQ(end.signal, 0);

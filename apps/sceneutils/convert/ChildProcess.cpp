@@ -16,6 +16,7 @@
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,10 +26,19 @@ namespace {
 
 using MessageSize = std::uint64_t;
 
-// What a signal handler reads.
-volatile pid_t runningChild = 0;
+// What a signal handler reads; 0: a free place.
+constexpr std::size_t mostChildrenNoted = 1024;
+volatile pid_t runningChildren[mostChildrenNoted] = {};
 
-/** Holds back the signals that end the tool, so that they meet `runningChild` as it is. */
+void replaceRunningChild(pid_t noted, pid_t replacement) {
+    for (volatile pid_t& child : runningChildren) {
+        if (child != noted) continue;
+        child = replacement;
+        return;
+    }
+}
+
+/** Holds back the signals that end the tool, so that they meet `runningChildren` as they are. */
 class EndingSignalsHeldBack {
 public:
     EndingSignalsHeldBack() {
@@ -48,7 +58,10 @@ private:
 pid_t forkChild() {
     const EndingSignalsHeldBack heldBack;
     const pid_t child = fork();
-    runningChild = child > 0 ? child : 0;
+    if (child > 0) replaceRunningChild(0, child);
+    if (child == 0) {
+        for (volatile pid_t& sibling : runningChildren) sibling = 0;
+    }
     return child;
 }
 
@@ -61,13 +74,14 @@ int reap(pid_t child) {
     const EndingSignalsHeldBack heldBack;
     int status = 0;
     waitpid(child, &status, 0);
-    runningChild = 0;
+    replaceRunningChild(child, 0);
     return status;
 }
 
 bool writeAll(int fileDescriptor, const char* data, std::size_t size) {
     while (size > 0) {
-        const ssize_t written = write(fileDescriptor, data, size);
+        ssize_t written = send(fileDescriptor, data, size, MSG_NOSIGNAL);
+        if (written < 0 && errno == ENOTSOCK) written = write(fileDescriptor, data, size);
         if (written < 0 && errno == EINTR) continue;
         if (written <= 0) return false;
         data += written;
@@ -168,22 +182,14 @@ void allowMoreProcessorTime(unsigned int seconds) {
     setrlimit(RLIMIT_CPU, &limit);
 }
 
-void limitChild(pid_t parent, const ChildLimits& limits, int pipeEnd) {
+[[noreturn]] void beChild(pid_t parent, const std::function<void()>& work) {
     dieWith(parent);
-
     const rlimit noCoreFile = {0, 0};
     setrlimit(RLIMIT_CORE, &noCoreFile);
-    limitProcessorTime(limits);
     std::signal(SIGPIPE, SIG_IGN);
-    limitMemory(limits.memoryBytes, pipeEnd);
-}
-
-[[noreturn]] void beChild(pid_t parent, const ChildLimits& limits, int pipeEnd,
-                          const std::function<void(const MessageSender&)>& work) {
-    limitChild(parent, limits, pipeEnd);
     int status = 0;
     try {
-        work(MessageSender(pipeEnd, limits));
+        work();
     } catch (...) {
         status = 1;
     }
@@ -213,7 +219,7 @@ void MessageSender::send(const std::string& message) const {
 }
 
 void MessageSender::startAnew() const {
-    allowMoreProcessorTime(_limits.processorSeconds);
+    allowMoreProcessorTime(_processorSeconds);
     writeAll(_fileDescriptor, reinterpret_cast<const char*>(&startsAnew), sizeof startsAnew);
 }
 
@@ -305,7 +311,11 @@ ChildEnd runInChild(const ChildLimits& limits, const std::function<void(const Me
     const pid_t child = forkOrThrow();
     if (child == 0) {
         pipe.closeReading();
-        beChild(parent, limits, pipe.writing(), work);
+        beChild(parent, [&] {
+            limitProcessorTime(limits);
+            limitMemory(limits.memoryBytes, pipe.writing());
+            work(MessageSender(pipe.writing(), limits.processorSeconds));
+        });
     }
 
     pipe.closeWriting();
@@ -344,13 +354,31 @@ ChildEnd runProgram(const std::vector<std::string>& arguments, const std::functi
     return endOf(child);
 }
 
-void endRunningChild() {
-    const pid_t child = runningChild;
-    if (child == 0) return;
-    kill(child, SIGTERM);
-    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+int startChild(const std::function<void()>& work) {
+    const pid_t parent = getpid();
+    const pid_t child = forkOrThrow();
+    if (child == 0) beChild(parent, work);
+    return child;
+}
+
+ChildEnd waitForChild(int pid) {
+    return endOf(pid);
+}
+
+bool receiveMessage(int fileDescriptor, std::string& message) {
+    return receiveMessage(fileDescriptor, message, Deadline(0));
+}
+
+void endRunningChildren() {
+    for (const volatile pid_t& child : runningChildren) {
+        if (child != 0) kill(child, SIGTERM);
     }
-    runningChild = 0;
+    for (volatile pid_t& child : runningChildren) {
+        if (child == 0) continue;
+        while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        child = 0;
+    }
 }
 
 }  // namespace veltrane::sceneutils::tool

@@ -19,12 +19,14 @@ struct ChildLimits {
     unsigned int piecesOfWork = 1;  ///< each of which has all of the time
 };
 
-/** The child's end of the pipe to its parent. */
+/** One process's end of a pipe, or of a socket, to another. */
 class MessageSender {
 public:
-    MessageSender(int fileDescriptor, const ChildLimits& limits) : _fileDescriptor(fileDescriptor), _limits(limits) {}
+    /** @param processorSeconds the child's limit, if it may do several pieces of work */
+    explicit MessageSender(int fileDescriptor, unsigned int processorSeconds = 0)
+        : _fileDescriptor(fileDescriptor), _processorSeconds(processorSeconds) {}
 
-    /** Sends a message of any bytes. A parent that no longer listens is not an error. */
+    /** Sends a message of any bytes. If nobody listens any more, that is not an error. */
     void send(const std::string& message) const;
 
     /** Begins another piece of work: what time it may take counts from here. In whole seconds of processor time. */
@@ -32,7 +34,7 @@ public:
 
 private:
     int _fileDescriptor;
-    ChildLimits _limits;
+    unsigned int _processorSeconds;
 };
 
 /** How a child process ended. */
@@ -80,9 +82,23 @@ ChildEnd runProgram(const std::vector<std::string>& arguments, const std::functi
 void dieWith(int parent);
 
 /**
- * Ends the child that runInChild() or runProgram() is waiting for, if there is one, by SIGTERM, and waits until it is
+ * Starts a copy of this process that does `work`, and does not wait for it; several may be at work. It dies with this
+ * process, leaves no core file, and has no other limits.
+ * @return its process id, which has to be handed to waitForChild()
+ * @throws std::system_error if no process can be had
+ */
+int startChild(const std::function<void()>& work);
+
+/** Waits until a child of startChild() has ended. */
+ChildEnd waitForChild(int pid);
+
+/** Waits for what a MessageSender sends. False: nothing more will come, or what came is not whole. */
+bool receiveMessage(int fileDescriptor, std::string& message);
+
+/**
+ * Ends the children that runInChild(), runProgram() and startChild() have started, by SIGTERM, and waits until they are
  * gone. May be called from a signal handler that does not return.
  */
-void endRunningChild();
+void endRunningChildren();
 
 }  // namespace veltrane::sceneutils::tool

@@ -19,14 +19,6 @@ namespace {
 
 constexpr rlim_t largeStack = 100 << 20;
 
-// OpenSceneGraph goes down a graph by recursion. What the system leaves free for the stack is at least 128 MiB.
-void allowDeepGraphs() {
-    rlimit stack = {0, 0};
-    if (getrlimit(RLIMIT_STACK, &stack) != 0 || stack.rlim_cur >= largeStack) return;
-    stack.rlim_cur = stack.rlim_max < largeStack ? stack.rlim_max : largeStack;
-    setrlimit(RLIMIT_STACK, &stack);
-}
-
 constexpr char writingMark = 'w';  // no status
 
 // In the process that does the work.
@@ -89,6 +81,14 @@ WritingNote::WritingNote(const fs::path& output) {
 
 WritingNote::~WritingNote() {
     tellWriting("");
+}
+
+// What the system leaves free for the stack is at least 128 MiB.
+void allowDeepGraphs() {
+    rlimit stack = {0, 0};
+    if (getrlimit(RLIMIT_STACK, &stack) != 0 || stack.rlim_cur >= largeStack) return;
+    stack.rlim_cur = stack.rlim_max < largeStack ? stack.rlim_max : largeStack;
+    setrlimit(RLIMIT_STACK, &stack);
 }
 
 ExitStatus runGuarded(const std::string& input, const std::vector<fs::path>& outputFolders,

@@ -18,6 +18,9 @@ public:
     WritingNote& operator=(const WritingNote&) = delete;
 };
 
+/** Gives a child process a stack for deep graphs: OpenSceneGraph goes down a graph by recursion. */
+void allowDeepGraphs();
+
 /**
  * Does a command's work in a process of its own, so that a crash of OpenSceneGraph on a damaged file, or of a driver,
  * is told in one line like any other failure and leaves no half-written file. What the work throws comes through.

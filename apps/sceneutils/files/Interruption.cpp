@@ -17,7 +17,7 @@ pid_t processOfTheUser = 0;
 // The process that does the work has this handler too. Both may be signalled; one of them tells.
 extern "C" void removeAndEnd(int) {
     constexpr char message[] = "sceneutils: interrupted\n";
-    endRunningChild();
+    endRunningChildren();
     removeUnfinishedFile();
     if (getpid() == processOfTheUser && write(STDERR_FILENO, message, sizeof message - 1) < 0) {
         // There is nobody left to tell.
