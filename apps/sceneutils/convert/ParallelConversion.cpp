@@ -21,7 +21,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* stateFolderName = ".sceneutils";
-constexpr const char* messagePrefixes[] = {"sceneutils: ", "ninja: error: ", "ninja: fatal: "};
+constexpr const char* messagePrefixes[] = {"sceneutils: ", "ninja: error: ", "ninja: fatal: ", "srun: error: "};
 
 bool isForTheUser(const std::string& line) {
     return std::any_of(std::begin(messagePrefixes), std::end(messagePrefixes),
@@ -54,7 +54,11 @@ std::map<fs::path, std::set<std::string>> unfinishedNames(const ConversionPlan& 
 }  // namespace
 
 fs::path stateFolderOf(const ConversionPlan& plan) {
-    return plan.outputFolder / stateFolderName / plan.files.front().output.filename();
+    return stateFolderOf(plan.files.front().output);
+}
+
+fs::path stateFolderOf(const fs::path& output) {
+    return output.parent_path() / stateFolderName / output.filename();
 }
 
 ParallelConversion::ParallelConversion(const ConversionPlan& plan, const ScheduleSettings& settings)
@@ -92,12 +96,27 @@ void ParallelConversion::explain(std::ostream& out) const {
         << impossible << " that cannot be converted\n";
 }
 
-ConversionReport ParallelConversion::run(const Listener& onResult) {
-    const Clock::time_point start = Clock::now();
-    StateLock lock(_state.path());
+// What the state says may have changed until it was locked.
+JobScheduler ParallelConversion::scheduled(const StateLock& lock) {
     if (lock.wasLeftInAHurry()) removeLeftovers();
     if (lock.lastUse() != _lastUse) _jobs = JobPlan(_plan, _state);
     _jobs.write(_state);
+    JobScheduler scheduler(_jobs, _state, _settings);
+    scheduler.write();
+    return scheduler;
+}
+
+void ParallelConversion::prepare(const std::function<void()>& alsoWrite) {
+    StateLock lock(_state.path());
+    scheduled(lock);
+    alsoWrite();
+    lock.leaveInOrder();
+}
+
+ConversionReport ParallelConversion::run(const Listener& onResult) {
+    const Clock::time_point start = Clock::now();
+    StateLock lock(_state.path());
+    const JobScheduler scheduler = scheduled(lock);
 
     std::map<std::size_t, FileResult> results;
     const auto finish = [&](const FileResult& result) {
@@ -114,7 +133,6 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
 
     std::map<JobId, const PlannedJob*> planned;
     for (const PlannedJob& job : _jobs.jobs()) planned[job.id] = &job;
-    JobScheduler scheduler(_jobs, _state, _settings);
     const bool allEndedWell = scheduler.run(
         [&](const JobId& id) {
             const auto result = _state.result(id);

@@ -11,8 +11,12 @@
 
 namespace veltrane::sceneutils::tool {
 
+class StateLock;
+
 /** The folder in which a conversion in jobs keeps what it has to remember: beside the output, named after it. */
 std::filesystem::path stateFolderOf(const ConversionPlan& plan);
+/** The same, as seen from where `output` is seen from. */
+std::filesystem::path stateFolderOf(const std::filesystem::path& output);
 
 /**
  * Carries out a plan in jobs that run side by side, each in a process of its own that knows nothing of the others, and
@@ -31,6 +35,9 @@ public:
     /** Says what run() would do and why, a line for each file. */
     void explain(std::ostream& out) const;
 
+    /** Puts the jobs into the state for a later run, and converts nothing. @param alsoWrite called meanwhile */
+    void prepare(const std::function<void()>& alsoWrite);
+
     /**
      * @param onResult called for each file as soon as it is done or has failed
      * @return what is known of all files, those included that were done before
@@ -38,6 +45,7 @@ public:
     ConversionReport run(const Listener& onResult);
 
 private:
+    JobScheduler scheduled(const StateLock& lock);
     void removeLeftovers() const;
     FileResult resultOf(const PlannedJob& planned) const;
 
