@@ -1,6 +1,7 @@
 #include "Command.h"
 
 #include "convert/JobRunner.h"
+#include "convert/StateLock.h"
 #include "files/Interruption.h"
 #include "files/PlainText.h"
 #include "files/WholeFile.h"
@@ -30,6 +31,7 @@ struct JobArguments {
 ExitStatus runJobs(const JobArguments& arguments) {
     endCleanlyOnSignals();
     prctl(PR_SET_PDEATHSIG, SIGTERM);  // nobody would know of what is done after that
+    const JobLock lock(arguments.state);
     JobSettings settings = arguments.settings;
     settings.limits.memoryBytes = arguments.memory * bytesPerMiB;
     JobRunner runner(StateFolder(arguments.state), settings);

@@ -225,7 +225,7 @@ void addPlanCommand(CLI::App& app, ExitStatus& result) {
     command
         ->add_option("--slurm", request->slurmScript,
                      "With -o NAME.ive: also write a script for sbatch, which converts on a cluster")
-        ->check(CLI::Validator(checkScriptName, "SCRIPT"));
+        ->check(CLI::Validator(checkScriptName, ""));
     command->footer(
         "With -o NAME.ive the plan and what \"convert --recurse --jobs\" needs are put into .sceneutils/NAME.ive "
         "beside "
