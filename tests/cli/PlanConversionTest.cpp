@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <chrono>
 #include <set>
 #include <sstream>
 
@@ -79,8 +81,10 @@ std::map<std::string, std::string> workOfConversion(const TemporaryDirectory& fo
 /** Whether a process waits until nobody has a file to himself any more. */
 bool awaitsFlock(int process) {
     std::istringstream locks(readBytes("/proc/locks"));
-    const std::string reader = "READ  " + std::to_string(process) + " ";
+    const std::string reader = " READ " + std::to_string(process) + " ";
     for (std::string line; std::getline(locks, line);) {
+        line.erase(std::unique(line.begin(), line.end(), [](char a, char b) { return a == ' ' && b == ' '; }),
+                   line.end());
         if (line.find("-> FLOCK") != std::string::npos && line.find(reader) != std::string::npos) return true;
     }
     return false;
@@ -333,7 +337,9 @@ TEST(JobLock, IsHeldByProcessesThatDoJobs) {
     ToolProcess process(SCENEUTILS_TOOL, {"convert-job", state.string(), job}, {});
 
     bool isAwaited = false;
-    while (process.isRunning() && !isAwaited) isAwaited = awaitsFlock(process.id());
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (process.isRunning() && !isAwaited && std::chrono::steady_clock::now() < deadline)
+        isAwaited = awaitsFlock(process.id());
     close(file);
     EXPECT_TRUE(isAwaited);
     EXPECT_EQ(process.wait().status, 0);
