@@ -331,7 +331,7 @@ TEST(JobLock, IsHeldByProcessesThatDoJobs) {
     const fs::path state = fs::canonical(folder.path()) / stateFolder;
 
     const std::string job = fs::path(workIn(folder).begin()->first).stem().string();
-    const int file = open((state / "jobs-at-work").c_str(), O_RDWR);
+    const int file = open((state / "jobs-at-work").c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(flock(file, LOCK_EX), 0);
 
     ToolProcess process(SCENEUTILS_TOOL, {"convert-job", state.string(), job}, {});

@@ -291,7 +291,7 @@ TEST(SlurmScript, NeverReplacesAnInputOrAnOutput) {
                                          {"out/m.ive", alsoOutput},
                                          {"out/a.ive", alsoOutput},
                                          {"out/.sceneutils/m.ive/build.ninja", ownFolder},
-                                         {"out/.sceneutils/m.ive", ownFolder}}) {
+                                         {"out/.sceneutils/m.ive/new.sh", ownFolder}}) {
         const ToolResult refused = planIn(folder, script, {"--overwrite"});
         EXPECT_EQ(refused.status, 4) << script;
         EXPECT_EQ(refused.errors, "sceneutils: " + script + reason);

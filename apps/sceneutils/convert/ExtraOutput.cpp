@@ -18,6 +18,9 @@ void checkExtraOutput(const ConversionPlan& plan, const fs::path& path) {
     const fs::path place = placeOfExtraOutput(path);
     if (plan.inputs.count(place) != 0) throw OutputError(path.string() + ": is one of the inputs; choose another name");
     for (const PlannedFile& file : plan.files) {
+        // The file itself, where the plan knows it by the name of a link.
+        if (placeOfExtraOutput(file.path) == place)
+            throw OutputError(path.string() + ": is one of the inputs; choose another name");
         if (file.output.string() == place.string())
             throw OutputError(path.string() + ": is one of the outputs; choose another name");
     }
