@@ -4,7 +4,9 @@
 #include "convert/ConversionPlan.h"
 #include "convert/ConversionReport.h"
 #include "convert/DatabaseConversion.h"
+#include "convert/ExtraOutput.h"
 #include "convert/FinishedRun.h"
+#include "convert/OutcomeOptions.h"
 #include "convert/ParallelConversion.h"
 #include "convert/Progress.h"
 #include "convert/StateLock.h"
@@ -16,7 +18,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstdint>
 #include <iostream>
 #include <memory>
@@ -31,7 +32,6 @@ namespace {
 struct ConvertArguments {
     ConversionOptions options;
     std::string report;
-    bool noSmooth = false;
     unsigned int jobs = 0;  // 0: one file after the other, with nothing remembered
     unsigned int jobSeconds = 0;
     std::uint64_t jobMemory = 0;  // MiB
@@ -39,40 +39,15 @@ struct ConvertArguments {
     bool isDryRun = false;
 };
 
-std::string checkRange(const std::string& text) {
-    float range = 0.0f;
-    const bool isGood = CLI::detail::lexical_cast(text, range) && std::isfinite(range) && range >= 0.0f;
-    return isGood ? std::string() : "'" + text + "' is no number of at least 0";
-}
-
-constexpr unsigned int mostJobs = 1024;
-
 std::string checkLauncher(const std::string& text) {
     const bool isGood = withoutControlCharacters(text) == text && text.find_first_not_of(' ') != std::string::npos;
     return isGood ? std::string() : "is no command in one line";
 }
 
-fs::path placeOf(const std::string& report) {
-    std::error_code error;
-    const fs::path path = fs::weakly_canonical(fs::absolute(report), error);
-    return error ? fs::absolute(report).lexically_normal() : path;
-}
-
-void checkReportPath(const ConversionPlan& plan, const std::string& report) {
-    if (report.empty()) return;
-    const fs::path path = placeOf(report);
-    if (plan.inputs.count(path) != 0) throw OutputError(report + ": is one of the inputs; choose another name");
-    for (const PlannedFile& file : plan.files) {
-        if (file.output.string() == path.string())
-            throw OutputError(report + ": is one of the outputs; choose another name");
-    }
-    checkOutputPath(report, plan.options.overwrite);
-}
-
 void writeReport(const ConversionPlan& plan, const ConversionReport& report, const std::string& path) {
     if (path.empty()) return;
     for (const FileResult& result : report.files) {
-        if (result.texturesPlaced.count(placeOf(path).string()) != 0) {
+        if (result.texturesPlaced.count(placeOfExtraOutput(path).string()) != 0) {
             throw OutputError(path + ": is one of the outputs; choose another name");
         }
     }
@@ -106,7 +81,7 @@ ScheduleSettings scheduleOf(const ConvertArguments& arguments) {
 }
 
 ExitStatus runInJobs(const ConvertArguments& arguments, const ConversionPlan& plan) {
-    checkReportPath(plan, arguments.report);
+    if (!arguments.report.empty()) checkExtraOutput(plan, arguments.report);
     ParallelConversion conversion(plan, scheduleOf(arguments));
     if (arguments.isDryRun) {
         conversion.explain(std::cout);
@@ -127,10 +102,10 @@ ExitStatus runInJobs(const ConvertArguments& arguments, const ConversionPlan& pl
 }
 
 /** Whether an earlier run in jobs has done all; then it says so. */
-bool hasNothingToDo(const ConvertArguments& arguments, const ConversionOptions& options) {
+bool hasNothingToDo(const ConvertArguments& arguments) {
     const auto start = std::chrono::steady_clock::now();
     if (arguments.isDryRun || !arguments.report.empty()) return false;
-    const auto totals = FinishedRun::unchanged(options);
+    const auto totals = FinishedRun::unchanged(arguments.options);
     if (!totals) return false;
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
     writeSummary(std::cout, *totals, seconds.count(), totals->read);
@@ -141,7 +116,7 @@ bool hasNothingToDo(const ConvertArguments& arguments, const ConversionOptions& 
 class NoJobs {
 public:
     explicit NoJobs(const ConversionPlan& plan) {
-        const fs::path state = stateFolderOf(plan.options);
+        const fs::path state = stateFolderOf(plan.files.front().output);
         std::error_code error;
         if (fs::is_directory(state, error)) _lock.emplace(state);
     }
@@ -157,7 +132,7 @@ private:
 };
 
 ExitStatus runInOrder(const ConvertArguments& arguments, const ConversionPlan& plan) {
-    checkReportPath(plan, arguments.report);
+    if (!arguments.report.empty()) checkExtraOutput(plan, arguments.report);
     const NoJobs noJobs(plan);
     ConversionReport report;
     {
@@ -181,16 +156,14 @@ void checkUsage(const ConvertArguments& arguments) {
 
 ExitStatus runConvert(const ConvertArguments& arguments) {
     checkUsage(arguments);
-    ConversionOptions options = arguments.options;
-    options.smooth = !arguments.noSmooth;
     // The processes that convert the files have the handlers too. Each waits for the one that it has started: when the
     // tool has ended, nothing of it is still at work.
     endCleanlyOnSignals();
 
     try {
-        if (arguments.jobs > 0 && hasNothingToDo(arguments, options)) return ExitStatus::Done;
-        if (arguments.jobs > 0) return runInJobs(arguments, planFiles(options));
-        return runInOrder(arguments, planConversion(options));
+        if (arguments.jobs > 0 && hasNothingToDo(arguments)) return ExitStatus::Done;
+        if (arguments.jobs > 0) return runInJobs(arguments, planFiles(arguments.options));
+        return runInOrder(arguments, planConversion(arguments.options));
     } catch (const OutputError& error) {
         throw CommandError(ExitStatus::OutputNotWritten, error.what());
     }
@@ -210,21 +183,7 @@ void addConvertCommand(CLI::App& app, ExitStatus& result) {
                       "the range");
     command->add_flag("--convert-references", options.convertReferences,
                       "Convert the files that the master refers to, but not what those refer to");
-    command
-        ->add_option("--max-range", options.maxRange,
-                     "How far beyond its bounding radius a referenced file is seen, in the database's length unit")
-        ->check(CLI::Validator(checkRange, ">=0"))
-        ->capture_default_str();
-    command->add_flag("--no-smooth", arguments->noSmooth, "Leave normals as they are");
-    command
-        ->add_option_function<std::string>(
-            "--textures", [&options](const std::string& mode) { options.textures = textureModes().at(mode); },
-            "What becomes of textures: 'relative' copies those that do not lie in the output's folder to where they "
-            "mirror their source, 'copy' copies all into the folder NAME.textures beside NAME.ive, 'embed' stores "
-            "their pixels in the .ive files")
-        ->check(CLI::IsMember(std::vector<std::string>{"relative", "copy", "embed"}))
-        ->default_str("relative");
-    command->add_flag("--overwrite", options.overwrite, "Replace outputs that exist; inputs are never touched");
+    OutcomeOptions().addTo(*command, options);
     command->add_option("--report", arguments->report, "Also write what became of each file to this JSON file");
     command->add_option("--time-limit", options.secondsPerFile, "Processor time that one file may take, in seconds")
         ->check(CLI::Range(1u, 86400u))

@@ -2,6 +2,7 @@
 
 #include "convert/ChildProcess.h"
 #include "convert/JobRunner.h"
+#include "convert/StateLock.h"
 #include "files/Interruption.h"
 #include "files/PlainText.h"
 #include "files/WholeFile.h"
@@ -33,6 +34,7 @@ ExitStatus runJobs(const JobArguments& arguments) {
     endCleanlyOnSignals();
     // Nobody would know of what is done after its parent's end.
     dieWith(arguments.parent > 0 ? arguments.parent : getppid());
+    const JobLock lock(arguments.state);
     JobSettings settings = arguments.settings;
     settings.limits.memoryBytes = arguments.memory * bytesPerMiB;
     ExitStatus status = ExitStatus::Done;

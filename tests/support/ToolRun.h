@@ -73,6 +73,8 @@ public:
     ToolProcess(const ToolProcess&) = delete;
     ToolProcess& operator=(const ToolProcess&) = delete;
 
+    int id() const { return _pid; }
+
     void send(int signal) const { kill(_pid, signal); }
 
     bool isRunning() const {

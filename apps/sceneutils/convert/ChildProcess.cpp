@@ -366,7 +366,8 @@ ChildEnd waitForChild(int pid) {
 }
 
 bool receiveMessage(int fileDescriptor, std::string& message) {
-    return receiveMessage(fileDescriptor, message, Deadline(0));
+    Deadline none(0);
+    return receiveMessage(fileDescriptor, message, none);
 }
 
 void endRunningChildren() {

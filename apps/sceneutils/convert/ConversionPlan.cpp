@@ -383,8 +383,7 @@ void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size
     }
 }
 
-fs::path stateFolderOf(const ConversionOptions& options) {
-    const fs::path output = Resolver().identityOf(fs::absolute(options.output));
+fs::path stateFolderOf(const fs::path& output) {
     return output.parent_path() / stateFolderName / output.filename();
 }
 

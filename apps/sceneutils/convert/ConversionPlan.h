@@ -122,7 +122,7 @@ ConversionPlan planFiles(const ConversionOptions& options);
 void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size_t)>& mayReplace);
 
 /** The folder in which a conversion in jobs keeps what it has to remember: beside the output, named after it. */
-std::filesystem::path stateFolderOf(const ConversionOptions& options);
+std::filesystem::path stateFolderOf(const std::filesystem::path& output);
 
 /** Both: the files, and a look at their outputs. */
 ConversionPlan planConversion(const ConversionOptions& options);

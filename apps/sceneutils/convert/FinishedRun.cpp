@@ -90,7 +90,7 @@ void FinishedRun::forget(const StateFolder& state) {
 
 std::optional<ConversionTotals> FinishedRun::unchanged(const ConversionOptions& options) {
     if (options.input.empty() || options.output.empty()) return std::nullopt;
-    const std::string content = StateFolder(stateFolderOf(options)).read(recordName).value_or("");
+    const std::string content = StateFolder(stateFolderOf(options.output)).read(recordName).value_or("");
     const std::size_t digits = asHexadecimal(0).size();
     if (content.size() < digits) return std::nullopt;
     const std::string record = content.substr(digits);

@@ -1,6 +1,7 @@
 #include "JobScheduler.h"
 
 #include "../Command.h"
+#include "../files/ShellText.h"
 #include "ChildProcess.h"
 
 #include <algorithm>
@@ -54,12 +55,6 @@ std::string ninja() {
     }
     throw CommandError(ExitStatus::NotSupported,
                        "--jobs needs Ninja, which is not installed (Debian package ninja-build)");
-}
-
-std::string quoted(const std::string& text) {
-    std::string result = "'";
-    for (const char c : text) result += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return result + "'";
 }
 
 std::string joined(const std::vector<JobId>& jobs, const std::string& ending) {
@@ -116,6 +111,13 @@ std::vector<JobScheduler::Batch> batchesOf(const JobPlan& plan, unsigned int pro
 
 }  // namespace
 
+fs::path ownProgram() {
+    std::error_code error;
+    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    if (error) throw CommandError(ExitStatus::NotSupported, "the tool's own program file cannot be found");
+    return program;
+}
+
 JobScheduler::JobScheduler(const JobPlan& plan, const StateFolder& state, const ScheduleSettings& settings)
     : _state(state), _settings(settings), _batches(batchesOf(plan, settings.jobs)), _buildFile(buildFile(plan)) {}
 
@@ -144,19 +146,20 @@ std::string JobScheduler::buildFile(const JobPlan& plan) const {
 
 std::string JobScheduler::command() const {
     const JobSettings& job = _settings.job;
-    std::error_code error;
-    const fs::path program = fs::read_symlink("/proc/self/exe", error);
-    if (error) throw CommandError(ExitStatus::NotSupported, "the tool's own program file cannot be found");
-
     std::string text = _settings.launcher.empty() ? "" : _settings.launcher + " ";
-    text += quoted(program.string()) + " convert-job --time-limit " + std::to_string(job.limits.processorSeconds);
+    text +=
+        shellQuoted(ownProgram().string()) + " convert-job --time-limit " + std::to_string(job.limits.processorSeconds);
     if (job.limits.seconds > 0) text += " --job-timeout " + std::to_string(job.limits.seconds);
     if (job.limits.memoryBytes > 0) text += " --job-memory " + std::to_string(job.limits.memoryBytes / bytesPerMiB);
     if (job.mayOverwrite) text += " --overwrite";
     if (job.isVerbose) text += " --verbose";
     // A launcher's processes are its own affair, and may be on another machine.
     if (_settings.launcher.empty()) text += std::string(" --parent \"$") + ninjaVariable + "\"";
-    return text + " -- " + quoted(_state.path().string());
+    return text + " -- " + shellQuoted(_state.path().string());
+}
+
+void JobScheduler::write() const {
+    _state.writeIfDifferent(buildFileName, _buildFile);
 }
 
 // Ninja appends to them.
@@ -171,7 +174,6 @@ void JobScheduler::removeLinks() const {
 bool JobScheduler::run(const std::function<void(const JobId&)>& onDone,
                        const std::function<void(const std::string&)>& onMessage) const {
     const std::string program = ninja();
-    _state.writeIfDifferent(buildFileName, _buildFile);
     setenv(commandVariable, command().c_str(), 1);
     setenv("NINJA_STATUS", donePrefix, 1);
     removeLinks();

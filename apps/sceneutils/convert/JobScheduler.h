@@ -3,11 +3,17 @@
 #include "JobPlan.h"
 #include "JobRunner.h"
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace veltrane::sceneutils::tool {
+
+constexpr unsigned int mostJobs = 1024;  ///< at a time
+
+/** The file of the program that runs. @throws CommandError with NotSupported if it cannot be found */
+std::filesystem::path ownProgram();
 
 /** How the jobs of a conversion are run. */
 struct ScheduleSettings {
@@ -27,7 +33,12 @@ public:
 
     JobScheduler(const JobPlan& plan, const StateFolder& state, const ScheduleSettings& settings);
 
+    /** Puts what Ninja is to do into the state. @throws OutputError */
+    void write() const;
+
     /**
+     * What write() has put there.
+     *
      * @param onDone called for each job whose process has ended well, whatever came of its file
      * @param onMessage called for each line that a job or Ninja wrote
      * @return whether the processes of all jobs ended well

@@ -28,7 +28,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* wasEnded = "was not converted: its process, or that of a file that it refers to, was ended";
-constexpr const char* messagePrefixes[] = {"sceneutils: ", "ninja: error: ", "ninja: fatal: "};
+constexpr const char* messagePrefixes[] = {"sceneutils: ", "ninja: error: ", "ninja: fatal: ", "srun: error: "};
 
 bool isForTheUser(const std::string& line) {
     return std::any_of(std::begin(messagePrefixes), std::end(messagePrefixes),
@@ -100,7 +100,7 @@ std::map<fs::path, std::set<std::string>> unfinishedNames(const ConversionPlan& 
 ParallelConversion::ParallelConversion(const ConversionPlan& plan, const ScheduleSettings& settings)
     : _plan(plan),
       _settings(settings),
-      _state(stateFolderOf(plan.options)),
+      _state(stateFolderOf(plan.files.front().output)),
       _lastUse(StateLock::lastUseOf(_state.path())),
       _jobs(plan, _state) {}
 
@@ -132,14 +132,28 @@ void ParallelConversion::explain(std::ostream& out) const {
         << impossible << " that cannot be converted\n";
 }
 
+// What the state says may have changed until it was locked.
+JobScheduler ParallelConversion::scheduled(const StateLock& lock) {
+    if (lock.wasLeftInAHurry()) removeLeftovers();
+    if (lock.lastUse() != _lastUse) _jobs = JobPlan(_plan, _state);
+    if (!_jobs.areUpToDate()) FinishedRun::forget(_state);
+    _jobs.write(_state);
+    JobScheduler scheduler(_jobs, _state, _settings);
+    scheduler.write();
+    return scheduler;
+}
+
+void ParallelConversion::prepare(const std::function<void()>& alsoWrite) {
+    StateLock lock(_state.path());
+    scheduled(lock);
+    alsoWrite();
+    lock.leaveInOrder();
+}
+
 ConversionReport ParallelConversion::run(const Listener& onResult) {
     const Clock::time_point start = Clock::now();
     StateLock lock(_state.path());
-    if (lock.wasLeftInAHurry()) removeLeftovers();
-    if (lock.lastUse() != _lastUse) _jobs = JobPlan(_plan, _state);
-    const bool wereUpToDate = _jobs.areUpToDate();
-    if (!wereUpToDate) FinishedRun::forget(_state);
-    _jobs.write(_state);
+    const JobScheduler scheduler = scheduled(lock);
 
     std::map<std::size_t, FileResult> results;
     const auto finish = [&](const FileResult& result) {
@@ -156,19 +170,16 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
 
     std::map<JobId, const PlannedJob*> planned;
     for (const PlannedJob& job : _jobs.jobs()) planned[job.id] = &job;
-    JobScheduler scheduler(_jobs, _state, _settings);
-    const bool allEndedWell = wereUpToDate || scheduler.run(
-                                                  [&](const JobId& id) {
-                                                      const auto result = _state.result(id);
-                                                      const PlannedJob& job = *planned.at(id);
-                                                      if (result && result->job == identityOf(job.job))
-                                                          finish(resultOf(job));
-                                                  },
-                                                  [&](const std::string& line) {
-                                                      if (noteFailure(line)) return;
-                                                      if (_settings.job.isVerbose || isForTheUser(line))
-                                                          std::cerr << withoutControlCharacters(line) << "\n";
-                                                  });
+    const auto onDone = [&](const JobId& id) {
+        const auto result = _state.result(id);
+        const PlannedJob& job = *planned.at(id);
+        if (result && result->job == identityOf(job.job)) finish(resultOf(job));
+    };
+    const auto onMessage = [&](const std::string& line) {
+        if (noteFailure(line)) return;
+        if (_settings.job.isVerbose || isForTheUser(line)) std::cerr << withoutControlCharacters(line) << "\n";
+    };
+    const bool allEndedWell = _jobs.areUpToDate() || scheduler.run(onDone, onMessage);
 
     ConversionReport report;
     for (const PlannedJob& job : _jobs.jobs()) {

@@ -13,6 +13,8 @@
 
 namespace veltrane::sceneutils::tool {
 
+class StateLock;
+
 /**
  * Carries out a plan in jobs that run side by side, each in a process of its own that knows nothing of the others, and
  * does only what was not done by an earlier run.
@@ -30,6 +32,9 @@ public:
     /** Says what run() would do and why, a line for each file. */
     void explain(std::ostream& out) const;
 
+    /** Puts the jobs into the state for a later run, and converts nothing. @param alsoWrite called meanwhile */
+    void prepare(const std::function<void()>& alsoWrite);
+
     /**
      * @param onResult called for each file as soon as it is done or has failed
      * @return what is known of all files, those included that were done before
@@ -37,6 +42,7 @@ public:
     ConversionReport run(const Listener& onResult);
 
 private:
+    JobScheduler scheduled(const StateLock& lock);
     void removeLeftovers() const;
     /** Looks once more whether all is up to date, so that the next run need not. */
     void remember(const ConversionReport& report);

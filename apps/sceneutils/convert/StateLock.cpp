@@ -20,6 +20,7 @@ namespace veltrane::sceneutils::tool {
 namespace {
 
 constexpr const char* lockName = "lock";
+constexpr const char* jobLockName = "jobs-at-work";
 // The processes of a run that was killed need a moment to notice.
 constexpr int attempts = 20;
 constexpr std::chrono::milliseconds pause{100};
@@ -41,7 +42,26 @@ bool waitForLock(int file) {
     return false;
 }
 
+constexpr mode_t byTheMask = 0666;
+
+bool areJobsAtWork(const fs::path& folder) {
+    const int file = open((folder / jobLockName).c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, byTheMask);
+    if (file < 0) return false;
+    const bool areNone = lock(file) || waitForLock(file);
+    const bool areSome = !areNone && errno == EWOULDBLOCK;
+    close(file);
+    return areSome;
+}
+
 }  // namespace
+
+JobLock::JobLock(const fs::path& folder) : _file(open((folder / jobLockName).c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC)) {
+    if (_file >= 0) flock(_file, LOCK_SH);
+}
+
+JobLock::~JobLock() {
+    if (_file >= 0) close(_file);
+}
 
 std::optional<FileStamp> StateLock::lastUseOf(const fs::path& folder) {
     return stampOf(folder / lockName);
@@ -56,7 +76,7 @@ StateLock::StateLock(const fs::path& folder) : _lastUse(lastUseOf(folder)) {
     if (error) fail(folder, "cannot make the folder: " + error.message());
 
     // Not closed on exec: who inherits the file inherits the lock.
-    _file = open((folder / lockName).c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0666);
+    _file = open((folder / lockName).c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, byTheMask);
     if (_file < 0) fail(folder / lockName, std::string("cannot be written: ") + std::strerror(errno));
     if (!lock(_file)) {
         if (!waitForLock(_file)) {
@@ -66,6 +86,10 @@ StateLock::StateLock(const fs::path& folder) : _lastUse(lastUseOf(folder)) {
             fail(folder, reason);
         }
         _lastUse = lastUseOf(folder);
+    }
+    if (areJobsAtWork(folder)) {
+        close(_file);
+        fail(folder, "jobs of an earlier run are still at work in it");
     }
     char mark = 0;
     _wasLeftInAHurry = pread(_file, &mark, 1, 0) == 1;

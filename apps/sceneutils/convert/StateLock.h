@@ -8,6 +8,22 @@
 namespace veltrane::sceneutils::tool {
 
 /**
+ * Held by a process that does jobs, as many as there are at a time: as long as one is at work, no run begins. A
+ * launcher may start such a process on another machine, or leave it behind when it is killed itself.
+ */
+class JobLock {
+public:
+    /** Without effect in a folder that no run has ever had. */
+    explicit JobLock(const std::filesystem::path& folder);
+    ~JobLock();
+    JobLock(const JobLock&) = delete;
+    JobLock& operator=(const JobLock&) = delete;
+
+private:
+    int _file = -1;
+};
+
+/**
  * Holds a state folder for one run, and with it all processes that the run starts: as long as one of them is at work,
  * the folder is taken, even if the process that began has been killed.
  */
