@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # check-completion.sh FOLDER: what bash offers when words have been begun; that zsh can read its script.
 set -euo pipefail
-files=$1
+files=$(realpath "$1")
 failures=0
 
 source "$files/sceneutils.bash"

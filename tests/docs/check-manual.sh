@@ -20,7 +20,7 @@ found=$(cd "$pages" && ls | grep -v '^sceneutils\.1$' | sort)
 [ "$expected" = "$found" ] || fail "pages and commands differ: $(diff <(echo "$expected") <(echo "$found"))"
 
 for command in "${commands[@]}"; do
-    page=$(mandoc -T ascii "$pages/sceneutils-$command.1" | col -b)
+    page=$(mandoc -T ascii "$pages/sceneutils-$command.1" | sed 's/.\x08//g')
     while read -r option; do
         grep -q -- "$option" <<<"$page" || fail "sceneutils-$command(1) does not tell of $option"
     done < <("$tool" "$command" --help | grep -o '^  [^ ]*--[a-z-]*' | grep -o -- '--[a-z-]*')
