@@ -22,7 +22,7 @@ found=$(cd "$pages" && ls | grep -v '^sceneutils\.1$' | sort)
 for command in "${commands[@]}"; do
     page=$(mandoc -T ascii "$pages/sceneutils-$command.1" | sed 's/.\x08//g')
     while read -r option; do
-        grep -q -- "$option" <<<"$page" || fail "sceneutils-$command(1) does not tell of $option"
+        grep -qE -- "^ +(-[a-z], )?$option( |\$)" <<<"$page" || fail "sceneutils-$command(1) does not tell of $option"
     done < <("$tool" "$command" --help | grep -o '^  [^ ]*--[a-z-]*' | grep -o -- '--[a-z-]*')
 done
 grep -q 'Default: 10000\.' "$pages/sceneutils-convert.1" || fail "the default of --max-range is missing"
