@@ -64,7 +64,7 @@ TEST(ExampleOfThePage, CalculateBoundingBox) {
         makeGeode(osg::createTexturedQuadGeometry(osg::Vec3(0, 0, 1), osg::Vec3(5, 0, 0), osg::Vec3(0, 0, 3)));
 
     EXPECT_EQ(heightOf(*wall), 3.0f);
-    EXPECT_EQ(heightOf(*new osg::Group), 0.0f);
+    EXPECT_EQ(heightOf(*osg::ref_ptr<osg::Group>(new osg::Group)), 0.0f);
 }
 
 TEST(ExampleOfThePage, ChangeTextureExtension) {
