@@ -62,19 +62,29 @@ public:
     /**
      * Like createMatrixForGeodes(), but it is the centre of the whole graph's bounding sphere that has to lie
      * `minDistance` or farther from the origin, and light points are not moved.
+     * @param node the graph; held during the call only. Null is ignored.
+     * @param minDistance in graph units, its sign does not matter
+     * @param result as for createMatrixForGeodes()
      */
     void createMatrixForGraph(osg::ref_ptr<osg::Node> node, double minDistance, osg::Matrixd& result);
 
     /**
      * Moves the graph as createMatrixForGeodes() does and hangs it below a new transform that puts it back.
      * @return a new osg::MatrixTransform with the group as its child, the caller's to hold; never null
+     * @param group the graph; the transform holds it
+     * @param minDistance see createMatrixForGeodes()
      *
      * If the graph is not moved, the transform has the matrix that this visitor computed last, the identity if none.
      * A null group leaves the transform without a child.
      */
     osg::Group* createTransformForGeodes(osg::ref_ptr<osg::Group> group, double minDistance);
 
-    /** Like createTransformForGeodes(), but moves the graph as createMatrixForGraph() does. */
+    /**
+     * Like createTransformForGeodes(), but moves the graph as createMatrixForGraph() does.
+     * @param group the graph; the transform holds it
+     * @param minDistance see createMatrixForGraph()
+     * @return as createTransformForGeodes()
+     */
     osg::Group* createTransformForGraph(osg::ref_ptr<osg::Group> group, double minDistance);
 
     using osg::NodeVisitor::apply;

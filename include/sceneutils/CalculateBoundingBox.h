@@ -42,10 +42,13 @@ public:
     CalculateBoundingBox& operator=(const CalculateBoundingBox& other);
     ~CalculateBoundingBox() override;
 
-    /** @return the box of the graph below `node`; one that is not valid() if there is no geode */
+    /**
+     * @return the box of the graph below `node`; one that is not valid() if there is no geode
+     * @param node the graph; not changed
+     */
     static osg::BoundingBox process(osg::Node& node);
 
-    /** The box around everything that was visited so far, of one graph or several. The caller may change it. */
+    /** @return the box around everything that was visited so far, of one graph or several. The caller may change it. */
     osg::BoundingBox& getBoundBox();
 
     using osg::NodeVisitor::apply;

@@ -29,7 +29,12 @@ public:
     ChangeTextureExtension& operator=(const ChangeTextureExtension& other);
     ~ChangeTextureExtension() override;
 
-    /** Renames the textures of the graph below `node`. A null node is ignored. See the constructor for the rest. */
+    /**
+     * Renames the textures of the graph below `node`.
+     * @param node the graph; null is ignored
+     * @param from the extension to look for, see the constructor
+     * @param to the extension to give instead, without the dot
+     */
     static void process(osg::Node* node, const std::string& from, const std::string& to);
 
     using TextureVisitor::apply;

@@ -58,28 +58,40 @@ public:
      * Whether referenced files are converted as this one is, and theirs in turn, each with a quarter of the range. Only
      * the top file is smoothed. Switching it on also switches setConvertExRefsToIVE() on; switching it off leaves that
      * as it is. Default: off.
+     * @param recurse whether referenced files are converted
      */
     void setRecurse(bool recurse);
 
     /**
      * Whether referenced files are written as ".ive" and named so. Cannot be switched off while recursing: that is
      * refused with a line on standard error. Default: off, the PagedLODs then load the ".flt" files.
+     * @param convert whether referenced files are written as ".ive"
      */
     void setConvertExRefsToIVE(bool convert);
 
     /**
      * The distance beyond a model's bounding radius from which it is seen, in graph units. Default: 10000. Any value is
      * taken; a negative one brings the model into sight only inside its own bounding sphere, or never.
+     * @param range the distance
      */
     void setMaxRange(float range);
 
-    /** Whether the smoothing visitor runs before a graph is written. Default: on. */
+    /**
+     * Whether the smoothing visitor runs before a graph is written. Default: on.
+     * @param smooth whether it runs
+     */
     void setDoSmooth(bool smooth);
 
-    /** Stored, copied and handed on, but of no effect. */
+    /**
+     * Stored, copied and handed on, but of no effect.
+     * @param embed what is stored
+     */
     void setEmbedExRefs(bool embed);
 
-    /** Stored, copied and handed on, but of no effect. */
+    /**
+     * Stored, copied and handed on, but of no effect.
+     * @param embed what is stored
+     */
     void setEmbedExRefsOfExRefs(bool embed);
 
     /**
@@ -102,19 +114,32 @@ public:
 
     /**
      * Sets up `plod` for a model of that bounding sphere and file name, and notes it for InsertPagedLODs().
+     * @param proxy the reference whose place it will take; not held
      * @param plod a new PagedLOD; null is ignored. Nobody owns it before it is inserted: InsertPagedLODs() puts it into
      *     the graph, or releases it if it passes it over.
+     * @param bs the bounding sphere of the model
+     * @param fileName what the PagedLOD loads
      */
     void addProxyToPagedLOD(osg::ProxyNode& proxy, osg::PagedLOD* plod, const osg::BoundingSphere& bs,
                             const std::string& fileName);
 
-    /** Generates shaders for the graph: lighting, normal maps and fog, no shadow. Null is ignored. */
+    /**
+     * Generates shaders for the graph: lighting, normal maps and fog, no shadow. Null is ignored.
+     * @param node the graph, changed in place
+     */
     void addShaders(osg::Node* node);
 
-    /** Reports "Error reading file PATH" on standard error, once for each path. */
+    /**
+     * Reports "Error reading file PATH" on standard error, once for each path.
+     * @param path told as it is given
+     */
     void reportErrorFile(const std::string& path);
 
-    /** Post-processes the graph in place and writes it. Null is ignored. See convert() for `fileName`. */
+    /**
+     * Post-processes the graph in place and writes it. Null is ignored.
+     * @param node the graph
+     * @param fileName the ".ive" file to write; its directory must exist
+     */
     void saveIVE(osg::ref_ptr<osg::Node> node, const std::string& fileName);
 
 private:

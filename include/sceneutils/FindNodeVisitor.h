@@ -37,15 +37,19 @@ public:
     FindNodeVisitor& operator=(const FindNodeVisitor& other);
     ~FindNodeVisitor() override;
 
-    /** Looks for another name from now on, and forgets what was found. Empty: every unnamed node. */
+    /**
+     * Looks for another name from now on, and forgets what was found. Empty: every unnamed node.
+     * @param nameToFind the whole name
+     */
     void setNameToFind(const std::string& nameToFind);
 
     /** @return the node that was met first, or null if none was found */
     osg::Node* getFirst() const;
 
     /**
-     * What was found since the name was set, in the order of the visits; the caller may change the list. Another visit
-     * adds to it.
+     * What was found. Another visit adds to it.
+     * @return the nodes met since the name was set, in the order of the visits; the caller may change the list, which
+     *     keeps no node alive
      */
     std::vector<osg::Node*>& getNodeList();
 

@@ -38,6 +38,8 @@ public:
     /**
      * Does the whole job on the graph below `node`. A null node is ignored. Both limits of a useless LOD's range may be
      * equal to those that it has to contain; what is not a number (NaN) contains nothing and is contained in nothing.
+     * @param node the graph; its root stays
+     * @param minRange,maxRange the distances at which the graph is seen, in graph units
      */
     static void process(osg::Node* node, float minRange, float maxRange);
 
@@ -48,7 +50,7 @@ public:
 
 protected:
     float _currentMinRange;  ///< of the distances at which the node being visited can be seen
-    float _currentMaxRange;
+    float _currentMaxRange;  ///< the farthest of them
     std::set<std::pair<osg::Node*, osg::LOD*>> _uselessLODs;  ///< each with the node above it; no references are held
 
 private:

@@ -40,6 +40,7 @@ class ChildReplacer;
 class SCENEUTILS_EXPORT MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor
     : public osgUtil::Optimizer::FlattenStaticTransformsDuplicatingSharedSubgraphsVisitor {
 public:
+    /** Flattens whatever the distance, in OpenSceneGraph. */
     using Base = osgUtil::Optimizer::FlattenStaticTransformsDuplicatingSharedSubgraphsVisitor;
 
     /** @param squaredLimit the square of the greatest length of a translation that is flattened; 0: none but those
@@ -51,7 +52,11 @@ public:
         const MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor& other);
     ~MyFlattenStaticTransformsDuplicatingSharedSubgraphsVisitor() override;
 
-    /** Does the whole job on the graph below `node`. A null node is ignored. See the constructor for the limit. */
+    /**
+     * Does the whole job on the graph below `node`. A null node is ignored. See the constructor for the limit.
+     * @param node the graph; its root stays
+     * @param squaredLimit in graph units, squared
+     */
     static void process(osg::Node* node, double squaredLimit);
 
     using Base::apply;
@@ -75,7 +80,10 @@ public:
     /** Moves a drawable that hangs directly below a group, a copy of it if it is shared. */
     void apply(osg::Drawable& drawable) override;
 
-    /** Flattens a static transform of any length. */
+    /**
+     * Flattens a static transform of any length.
+     * @param transform the transform; one that is not static is visited only
+     */
     void originalApply(osg::Transform& transform);
 
 private:

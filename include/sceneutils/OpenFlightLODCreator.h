@@ -49,7 +49,10 @@ public:
     OpenFlightLODCreator& operator=(const OpenFlightLODCreator& other);
     ~OpenFlightLODCreator() override;
 
-    /** Does the whole job on the graph below `node`. A null node is ignored. */
+    /**
+     * Does the whole job on the graph below `node`. A null node is ignored.
+     * @param node the graph; a hint on it counts only if it hangs below a group
+     */
     void process(osg::Node* node);
 
     using osg::NodeVisitor::apply;

@@ -45,10 +45,14 @@ public:
     public:
         virtual ~StepListener();
 
-        /** The step is about to begin. @param root as it was given to process(); what is below it may be changed */
+        /**
+         * The step is about to begin.
+         * @param step which
+         * @param root as it was given to process(); what is below it may be changed
+         */
         virtual void beginStep(Step step, osg::Node& root) = 0;
 
-        /** The step is done. */
+        /** The step is done. @param step which @param root as for beginStep() */
         virtual void endStep(Step step, osg::Node& root) = 0;
     };
 
@@ -64,28 +68,34 @@ public:
      * for each of its places; osgUtil::Optimizer's FLATTEN_STATIC_TRANSFORMS and REMOVE_REDUNDANT_NODES; small groups
      * are dissolved into the groups and transforms above them and LODs of the same ranges merged, if the radius is
      * greater than 0; MERGE_GEODES and MERGE_GEOMETRY.
+     * @param node the root of the graph
      */
     void process(osg::Node* node);
 
-    /** Replaces the names of nodes that keep name, user data and program. They are compared byte for byte. */
+    /**
+     * Replaces the names of nodes that keep name, user data and program. They are compared byte for byte.
+     * @param names whole names
+     */
     void preserveNames(const std::set<std::string>& names);
 
     /** Only kept, with its square, for callers that flatten transforms up to a limit themselves: process() does not
      * read it. @param magnitude length of a translation, in graph units */
     void setMaxTransformMagnitudeToFlatten(double magnitude);
 
-    /** The length as it was given, not its square. */
+    /** @return the length as it was given, not its square */
     double getMaxTransformMagnitudeToFlatten() const;
 
     /** @param radius of the bound below which a plain group is dissolved, in graph units; 0, less or NaN: none is */
     void setUnspatializeRadius(double radius);
 
+    /** @return the radius as it was given */
     double getUnspatializeRadius() const;
 
     /** @param listener has to live as long as process() is called; null, the default: none. It is not owned, and
      * copies of this object tell the same one. */
     void setStepListener(StepListener* listener);
 
+    /** @return the listener, or null */
     StepListener* getStepListener() const;
 
 private:

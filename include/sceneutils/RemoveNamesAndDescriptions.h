@@ -38,10 +38,16 @@ public:
     RemoveNamesAndDescriptions& operator=(const RemoveNamesAndDescriptions& other);
     ~RemoveNamesAndDescriptions() override;
 
-    /** Replaces the names to be preserved, none at first. They are compared byte for byte. */
+    /**
+     * Replaces the names to be preserved, none at first. They are compared byte for byte.
+     * @param names whole names
+     */
     void preserveNames(const std::set<std::string>& names);
 
-    /** Strips the graph below `node`, preserving no names. A null node is ignored. */
+    /**
+     * Strips the graph below `node`, preserving no names. A null node is ignored.
+     * @param node the graph
+     */
     static void process(osg::Node* node);
 
     using osg::NodeVisitor::apply;

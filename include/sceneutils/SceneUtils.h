@@ -14,7 +14,9 @@
 
 #include <string>
 
-/** @file The library's free functions. */
+/** @file
+ * The library's free functions.
+ */
 
 namespace veltrane::sceneutils {
 

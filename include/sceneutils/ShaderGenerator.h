@@ -61,7 +61,7 @@ struct ShaderFeatures {
  */
 class SCENEUTILS_EXPORT ShaderGenerator : public osg::NodeVisitor {
 public:
-    /** The one generator of the process. Created by the first call and never destroyed. */
+    /** @return the one generator of the process, created by the first call and never destroyed */
     static ShaderGenerator* instance();
 
     ShaderGenerator(const ShaderGenerator&) = delete;
@@ -82,15 +82,19 @@ public:
      */
     void process(osg::Node* node, osg::Group* parent, bool shadow, bool lighting, bool normalMapping, bool fog);
 
-    /** The same for a graph that hangs nowhere yet. */
+    /**
+     * The same for a graph that hangs nowhere yet.
+     * @param node,shadow,lighting,normalMapping,fog as above
+     */
     void process(osg::Node* node, bool shadow, bool lighting, bool normalMapping, bool fog);
 
-    /** Sets the texture unit of the shadow map for all later runs; -1 switches shadow mapping off. */
+    /** Sets the texture unit of the shadow map for all later runs. @param unit -1 switches shadow mapping off */
     void setShadowTex(int unit);
 
     /**
      * Whether every program created from now on is also written to the files NAME.vert and NAME.frag in the working
      * directory. A file that cannot be written is skipped silently. Off at first.
+     * @param saving whether they are written
      */
     void setSavingShaders(bool saving);
 
@@ -117,7 +121,11 @@ protected:
     explicit ShaderGenerator(int shadowTexUnit, bool overridesApplyStateSet = true);
     ~ShaderGenerator() override;
 
-    /** The program for that record: from the cache by its name, else composed and put there. Owned by the cache. */
+    /**
+     * The program for that record: from the cache by its name, else composed and put there. Owned by the cache.
+     * @param features what the program has to do
+     * @return never null
+     */
     virtual osg::Program* getOrCreateProgram(const ShaderFeatures& features);
 
     /**
@@ -128,10 +136,10 @@ protected:
      */
     virtual void applyStateSet(osg::StateSet* own, osg::StateSet* accumulated, osg::Drawable* drawable);
 
-    /** Appends the fragment shader's text to `out`. */
+    /** Appends the fragment shader's text. @param out to what @param features what the program has to do */
     virtual void createFragmentSource(std::string& out, const ShaderFeatures& features);
 
-    /** Appends the vertex shader's text to `out`. */
+    /** Appends the vertex shader's text. @param out to what @param features what the program has to do */
     virtual void createVertexSource(std::string& out, const ShaderFeatures& features);
 
 private:

@@ -49,23 +49,40 @@ public:
 
     SimpleGeometryGenerator& operator=(const SimpleGeometryGenerator&) = delete;
 
-    /** Adds a line. Its ends become markers. */
+    /**
+     * Adds a line. Its ends become markers.
+     * @param from,to its ends, in graph units
+     * @param color red, green, blue and alpha, 0 to 1 each
+     */
     void addLine(const osg::Vec3f& from, const osg::Vec3f& to, const osg::Vec4f& color);
 
     /**
      * Adds the closed polygon through the points, as lines. They do not become markers.
      * @param points not null; of one point a line without length, of none nothing is drawn
      * @param offset by which each point is moved
+     * @param color red, green, blue and alpha, 0 to 1 each
      */
     void addLoop(const osg::Vec3Array* points, const osg::Vec3f& offset, const osg::Vec4f& color);
 
-    /** Like the other, without an offset. */
+    /**
+     * Like the other, without an offset.
+     * @param points not null
+     * @param color red, green, blue and alpha, 0 to 1 each
+     */
     void addLoop(const osg::Vec3Array* points, const osg::Vec4f& color);
 
-    /** Adds a filled triangle. Its corners become markers. */
+    /**
+     * Adds a filled triangle. Its corners become markers.
+     * @param a,b,c its corners, in graph units
+     * @param color red, green, blue and alpha, 0 to 1 each
+     */
     void addTriangle(const osg::Vec3f& a, const osg::Vec3f& b, const osg::Vec3f& c, const osg::Vec4f& color);
 
-    /** Adds the twelve edges of a box as addLine() does. Each has ends of its own: 24 markers. */
+    /**
+     * Adds the twelve edges of a box as addLine() does. Each has ends of its own: 24 markers.
+     * @param box in graph units
+     * @param color red, green, blue and alpha, 0 to 1 each
+     */
     void addBoundingBox(const osg::BoundingBox& box, const osg::Vec4f& color);
 
     /**
@@ -79,8 +96,8 @@ public:
 
     /** Makes sure that lines and triangles are drawn. The operations that add call these; there is no need to. */
     void checkGeometry();
-    void checkLines();
-    void checkTriangles();
+    void checkLines();      ///< of checkGeometry(), the lines
+    void checkTriangles();  ///< of checkGeometry(), the triangles
 
     /** Draws the markers from now on, as points that get smaller with the distance; until clear(). */
     void checkPointsGeometry();
@@ -99,10 +116,13 @@ public:
      */
     osg::Vec4f createColor(unsigned int index);
 
-    /** Whether triangles are drawn as lines. */
+    /** @return whether triangles are drawn as lines */
     bool getWireframeEnabled() const;
 
-    /** Draws triangles as lines, or filled again; also those of other children of this node. */
+    /**
+     * Draws triangles as lines, or filled again; also those of other children of this node.
+     * @param on lines
+     */
     void setWireframeEnabled(bool on);
 
     /**

@@ -38,7 +38,7 @@ public:
     /** Visits the node's own state set. A drawable that hangs directly below a group arrives here. */
     void apply(osg::Node& node) override;
 
-    /** Called for every state set that is met, once per path that leads to it. */
+    /** Called for every state set that is met, once per path that leads to it. @param stateSet may be changed */
     virtual void apply(osg::StateSet& stateSet) = 0;
 
 private:

@@ -26,7 +26,7 @@ public:
     /** Visits the texture of each unit of the state set. */
     void apply(osg::StateSet& stateSet) override;
 
-    /** Called for every texture that is met. */
+    /** Called for every texture that is met. @param texture may be changed */
     virtual void apply(osg::Texture& texture) = 0;
 };
 

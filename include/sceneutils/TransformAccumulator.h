@@ -22,6 +22,7 @@ namespace veltrane::sceneutils {
  */
 struct SCENEUTILS_EXPORT UpdateAccumlatedMatrix : public osg::NodeCallback {
     UpdateAccumlatedMatrix();
+    /** @param other what is copied @param copyOperation for what osg::Object and osg::Callback hold */
     UpdateAccumlatedMatrix(const UpdateAccumlatedMatrix& other,
                            const osg::CopyOp& copyOperation = osg::CopyOp::SHALLOW_COPY);
     UpdateAccumlatedMatrix& operator=(const UpdateAccumlatedMatrix& other);

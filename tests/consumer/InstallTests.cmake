@@ -68,4 +68,14 @@ if(SCENEUTILS_BUILD_TOOL)
         FIXTURES_REQUIRED installation
         PASS_REGULAR_EXPRESSION "^sceneutils ${PROJECT_VERSION}\n"
         TIMEOUT 60)
+
+    # md5sum fails if a file is not there.
+    set(install_data_dir ${install_prefix}/${CMAKE_INSTALL_DATAROOTDIR})
+    add_test(NAME Install.ManualAndCompletionsAreInPlace
+        COMMAND ${CMAKE_COMMAND} -E md5sum
+            ${install_prefix}/${CMAKE_INSTALL_MANDIR}/man1/sceneutils.1
+            ${install_prefix}/${CMAKE_INSTALL_MANDIR}/man1/sceneutils-convert.1
+            ${install_data_dir}/bash-completion/completions/sceneutils
+            ${install_data_dir}/zsh/site-functions/_sceneutils)
+    set_tests_properties(Install.ManualAndCompletionsAreInPlace PROPERTIES FIXTURES_REQUIRED installation TIMEOUT 60)
 endif()
