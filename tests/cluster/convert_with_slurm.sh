@@ -14,6 +14,7 @@ skip() {
     exit 77
 }
 
+PATH=$PATH:/usr/sbin:/sbin
 for program in munged slurmctld slurmd sbatch srun scancel scontrol; do
     command -v "$program" >/dev/null || skip "$program is not installed (Debian packages slurm-wlm and munge)"
 done
