@@ -14,6 +14,7 @@ skip() {
     exit 77
 }
 
+PATH=$PATH:/usr/sbin:/sbin
 for program in munged slurmctld slurmd sbatch srun scancel scontrol; do
     command -v "$program" >/dev/null || skip "$program is not installed (Debian packages slurm-wlm and munge)"
 done
@@ -172,7 +173,9 @@ kill_one_job() {
     [ -n "$victim" ] && kill -KILL "$victim" 2>/dev/null
 }
 
-"$tool" sample "$in" --tiles "$tiles" --levels 1 >"$work/sample.log"
+# OpenSceneGraph's OpenFlight writer, which the conversions have no use for, never frees these.
+printf '%s\n' leak:flt::FltExportVisitor leak:flt::VertexPaletteManager >"$work/known-leaks"
+LSAN_OPTIONS="suppressions=$work/known-leaks:print_suppressions=0" "$tool" sample "$in" --tiles "$tiles" --levels 1 >"$work/sample.log"
 "$tool" convert "$in/master.flt" "$work/expected/w.ive" --recurse --jobs 2 --max-range 5000 >"$work/local.log" 2>&1
 (cd "$base" && "$tool" plan in/master.flt -o out/w.ive --slurm go.sh --jobs 2 --max-range 5000 >"$work/plan.log" 2>&1)
 
