@@ -55,7 +55,7 @@ void writeDatabase(const fs::path& folder) {
  */
 std::size_t spoil(const fs::path& state, const std::string& ending, const Damage& damage) {
     std::size_t count = 0;
-    fs::remove(state / "finished");
+    fs::remove(state / "run.finished");
     for (const std::string& name : namesIn(state)) {
         if (name.size() < ending.size() || name.compare(name.size() - ending.size(), ending.size(), ending) != 0)
             continue;

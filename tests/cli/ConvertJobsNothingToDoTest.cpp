@@ -1,3 +1,4 @@
+#include "convert/JobFiles.h"
 #include "support/JobConversions.h"
 #include "support/TexturedModels.h"
 
@@ -9,10 +10,13 @@
 namespace fs = std::filesystem;
 using namespace testing_support;
 using testing::EndsWith;
+using veltrane::sceneutils::tool::asHexadecimal;
+using veltrane::sceneutils::tool::canOrderObjectsByAge;
+using veltrane::sceneutils::tool::hashOf;
 
 namespace {
 
-constexpr const char* record = "out/.sceneutils/m.ive/finished";
+constexpr const char* record = "out/.sceneutils/m.ive/run.finished";
 
 /** master.flt refers to sub/tile.flt, which shows a texture. */
 void writeDatabase(const TemporaryDirectory& folder, const std::string& texture) {
@@ -31,7 +35,8 @@ void expectNoticed(const TemporaryDirectory& folder, const std::function<void()>
     EXPECT_EQ(result.output.find("2 were up to date"), std::string::npos) << result.output;
     fs::remove_all(folder / "out");
     convertInJobs(folder.path(), {}, settings);
-    expectSameOutputs(outputs, outputsIn(folder / "out"));
+    for (const auto& [name, content] : outputsIn(folder / "out"))
+        EXPECT_TRUE(outputs.count(name) != 0 && (outputs.at(name) == content || !canOrderObjectsByAge())) << name;
 }
 
 }  // namespace
@@ -75,6 +80,20 @@ TEST(ConvertJobsNothingToDo, IsNotBelievedOfADamagedRecord) {
         EXPECT_THAT(convertInJobs(folder.path()).output, EndsWith(" s; 2 were up to date\n"));
         EXPECT_EQ(readBytes(folder / record), whole) << "it was made anew";
     }
+}
+
+TEST(ConvertJobsNothingToDo, IsNotBelievedOfAnotherVersion) {
+    const TemporaryDirectory folder;
+    writeDatabase(folder, "a.png");
+    convertInJobs(folder.path());
+    const std::string whole = readBytes(folder / record);
+    std::string other = whole.substr(asHexadecimal(0).size());
+    other[other.find(SCENEUTILS_VERSION)] = 'x';
+    writeBytes(folder / record, asHexadecimal(hashOf(other)) + other);
+
+    convertInJobs(folder.path());
+
+    EXPECT_EQ(readBytes(folder / record), whole) << "it was made anew";
 }
 
 TEST(ConvertJobsNothingToDo, EndsWhenATextureComesIntoANewFolder) {

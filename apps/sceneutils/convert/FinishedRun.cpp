@@ -1,6 +1,7 @@
 #include "FinishedRun.h"
 
 #include "../files/WholeFile.h"
+#include "StateLock.h"
 
 #include <osgDB/FileUtils>
 
@@ -13,7 +14,7 @@ namespace veltrane::sceneutils::tool {
 
 namespace {
 
-constexpr const char* recordName = "finished";
+constexpr const char* recordName = "run.finished";
 constexpr const char* attributesEnding = ".attr";
 
 /** Everything but the files that decides what comes out. */
@@ -109,7 +110,11 @@ void FinishedRun::forget(const StateFolder& state) {
 
 std::optional<ConversionTotals> FinishedRun::unchanged(const ConversionOptions& options) {
     if (options.input.empty() || options.output.empty()) return std::nullopt;
-    const std::string content = StateFolder(stateFolderOf(options.output)).read(recordName).value_or("");
+    const StateFolder state(stateFolderOf(options.output));
+    // What is in the lock stands for a run that is at work, or was ended before it had cleaned up.
+    const auto lock = StateLock::lastUseOf(state.path());
+    if (!lock || lock->size != 0) return std::nullopt;
+    const std::string content = state.read(recordName).value_or("");
     const std::size_t digits = asHexadecimal(0).size();
     if (content.size() < digits) return std::nullopt;
     const std::string record = content.substr(digits);
