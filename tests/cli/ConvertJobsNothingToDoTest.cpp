@@ -140,6 +140,19 @@ TEST(ConvertJobsNothingToDo, EndsWhenAnOutputOrItsTextureIsTouched) {
     }
 }
 
+TEST(ConvertJobs, CountEveryTextureOnceWhoeverHasCopiedIt) {
+    const TemporaryDirectory folder;
+    writeDatabase(folder, "a.png");
+    writeGrey(folder / "in/sub/a.png", 100);
+    const std::string first = convertInJobs(folder.path()).output;
+    fs::last_write_time(folder / "in/sub/tile.flt", fs::file_time_type::clock::now() + std::chrono::seconds(5));
+    const std::string second = convertInJobs(folder.path()).output;
+
+    const auto bytes = [](const std::string& line) { return line.substr(0, line.find(" bytes out")); };
+    EXPECT_EQ(bytes(second), bytes(first));
+    EXPECT_THAT(second, EndsWith(" s; 1 was up to date\n"));
+}
+
 TEST(ConvertJobs, CountWhatTheyDidThemselves) {
     const TemporaryDirectory folder;
     writeFlight(folder / "in/master.flt", 20, {"a.flt", "b.flt", "c.flt", "d.flt", "e.flt", "f.flt", "g.flt", "h.flt"});

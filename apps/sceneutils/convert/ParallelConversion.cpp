@@ -203,6 +203,7 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
             results[job.file] = result;
         }
     }
+    countTextures(results);
     for (const auto& [file, result] : results) report.files.push_back(result);
     report.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     if (allEndedWell) {
@@ -227,6 +228,18 @@ const StoredResult* ParallelConversion::knownResult(const PlannedJob& planned) c
     const auto known = _results.find(planned.id);
     if (known != _results.end()) return &known->second;
     return planned.reason.empty() ? &*planned.result : nullptr;
+}
+
+/** Each once, for the first file of the plan that uses it: which run or job has copied it is of no interest. */
+void ParallelConversion::countTextures(std::map<std::size_t, FileResult>& results) const {
+    std::set<std::string> counted;
+    for (const PlannedJob& planned : _jobs.jobs()) {
+        const StoredResult* known = knownResult(planned);
+        if (!known) continue;
+        std::uintmax_t& bytes = results.at(planned.file).textureBytesOut;
+        bytes = 0;
+        for (const auto& [place, stamp] : known->textures) bytes += counted.insert(place).second ? stamp.size : 0;
+    }
 }
 
 void ParallelConversion::remember(const ConversionReport& report) const {

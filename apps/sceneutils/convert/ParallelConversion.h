@@ -56,6 +56,7 @@ private:
     JobScheduler scheduled(const StateLock& lock);
     void removeLeftovers() const;
     void remember(const ConversionReport& report) const;
+    void countTextures(std::map<std::size_t, FileResult>& results) const;
     bool noteResult(const PlannedJob& planned);
     /** Null: the job was to be done, and has not left a result. */
     const StoredResult* knownResult(const PlannedJob& planned) const;
