@@ -95,7 +95,9 @@ Programs findPrograms(const std::string& build) {
 }
 
 std::size_t countOutputs(const fs::path& folder) {
-    const auto isOutput = [](const fs::directory_entry& entry) { return entry.path().extension() == ".ive"; };
+    const auto isOutput = [](const fs::directory_entry& entry) {
+        return entry.is_regular_file() && entry.path().extension() == ".ive";
+    };
     return static_cast<std::size_t>(std::count_if(fs::recursive_directory_iterator(folder), {}, isOutput));
 }
 
