@@ -54,7 +54,6 @@ double FinishedConversion::filesPerProcess() const {
 
 JobCosts FinishedConversion::measureJobs(const fs::path& log) const {
     const std::vector<TileJob> jobs = someTileJobs();
-    if (jobs.size() < 2) throw std::runtime_error("jobs can be measured only where there are two tiles or more");
     const std::vector<TileJob> first = {jobs.front()};
     JobCosts costs;
     costs.nothing = measure(first, log);

@@ -25,7 +25,7 @@ public:
     /** How many files Ninja gives to a process, on average. */
     double filesPerProcess() const;
 
-    /** @throws std::runtime_error if there are not at least two tiles */
+    /** The database must have two tiles or more. @throws std::runtime_error if a job fails */
     JobCosts measureJobs(const std::filesystem::path& log) const;
 
 private:

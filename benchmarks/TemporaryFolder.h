@@ -13,7 +13,7 @@ namespace veltrane::sceneutils::benchmarks {
 class TemporaryFolder {
 public:
     TemporaryFolder(const std::filesystem::path& parent, const std::string& name) {
-        std::string path = (std::filesystem::absolute(parent) / (name + "_XXXXXX")).string();
+        std::string path = (std::filesystem::canonical(parent) / (name + "_XXXXXX")).string();
         if (!mkdtemp(path.data())) throw std::runtime_error("cannot make a folder in " + parent.string());
         _path = path;
     }
