@@ -1,6 +1,7 @@
 #include "Conversions.h"
 #include "FreshProcess.h"
 #include "Table.h"
+#include "TemporaryFolder.h"
 
 #include "sample/SampleDatabase.h"
 
@@ -34,27 +35,6 @@ struct Arguments {
     std::string sample;
     std::string convert;
     std::string way;
-};
-
-/** A folder that is gone at the end. */
-class TemporaryFolder {
-public:
-    explicit TemporaryFolder(const fs::path& parent) {
-        std::string name = (fs::absolute(parent) / "conversion_benchmark_XXXXXX").string();
-        if (!mkdtemp(name.data())) throw std::runtime_error("cannot make a folder in " + parent.string());
-        _path = name;
-    }
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        fs::remove_all(_path, ignored);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const fs::path& path() const { return _path; }
-
-private:
-    fs::path _path;
 };
 
 using CostByWay = std::array<Cost, allWays.size()>;
@@ -253,7 +233,7 @@ Table ownShareTable(const std::vector<Measurement>& measurements) {
 void compareAll(const Arguments& arguments) {
     std::vector<unsigned> sizes = arguments.tiles;
     if (arguments.large) sizes.push_back(10000);
-    const TemporaryFolder folder(arguments.folder);
+    const TemporaryFolder folder(arguments.folder, "conversion_benchmark");
 
     std::vector<Measurement> measurements;
     for (const unsigned tiles : sizes) measurements.push_back(makeDatabase(tiles, folder.path()));
