@@ -58,6 +58,7 @@ private:
     std::map<std::string, std::string> _paletteFiles;  ///< content by name
     std::map<std::string, std::optional<FileStamp>> _seenFiles;
     std::map<std::string, std::int64_t> _seenFolders;
+    std::map<std::string, FileStamp> _placedTextures;  ///< by all jobs that there ever were
 };
 
 }  // namespace veltrane::sceneutils::tool
