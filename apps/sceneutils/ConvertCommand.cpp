@@ -104,9 +104,13 @@ ExitStatus runInJobs(const ConvertArguments& arguments, const ConversionPlan& pl
 /** Whether an earlier run in jobs has done all; then it says so. */
 bool hasNothingToDo(const ConvertArguments& arguments) {
     const auto start = std::chrono::steady_clock::now();
-    if (arguments.isDryRun || !arguments.report.empty()) return false;
+    if (!arguments.report.empty()) return false;
     const auto totals = FinishedRun::unchanged(arguments.options);
     if (!totals) return false;
+    if (arguments.isDryRun) {
+        writeOutlook(std::cout, {totals->read});
+        return true;
+    }
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
     writeSummary(std::cout, *totals, seconds.count(), totals->read);
     return true;

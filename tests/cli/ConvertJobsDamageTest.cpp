@@ -49,9 +49,13 @@ void writeDatabase(const fs::path& folder) {
     writeFlight(folder / "in/c.flt", *makeTextured("t.png"));
 }
 
-/** The files of the state whose names end like that, spoiled. Returns how many they are. */
+/**
+ * The files of the state whose names end like that, spoiled. Returns how many they are. What would keep a run from
+ * looking at them is gone.
+ */
 std::size_t spoil(const fs::path& state, const std::string& ending, const Damage& damage) {
     std::size_t count = 0;
+    fs::remove(state / "run.finished");
     for (const std::string& name : namesIn(state)) {
         if (name.size() < ending.size() || name.compare(name.size() - ending.size(), ending.size(), ending) != 0)
             continue;

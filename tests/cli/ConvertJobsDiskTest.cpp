@@ -248,7 +248,7 @@ TEST(ConvertJobsDisk, KnowsWhoseAnOutputIsBeforeThatHasItsNameAndThatItIsDoneAft
         order.push_back((isRename ? "name " : "sync ") + ending.substr(0, ending.find("-")));
     }
     EXPECT_THAT(order, ElementsAre("sync lock", "name .job", "name .ninja", "sync .part", "sync .intent", "name .ive",
-                                   "name .result", "name .bound", "name .sphere"));
+                                   "name .result", "name .bound", "name .sphere", "name .finished"));
 }
 
 TEST(ConvertJobsDisk, SaysWhoseTheOutputsAreWheneverAProcessIsKilled) {

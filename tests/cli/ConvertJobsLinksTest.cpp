@@ -121,13 +121,11 @@ TEST(ConvertJobsLinks, AreNotFollowedAtThePlaceOfATexture) {
 }
 
 TEST(ConvertJobsLinks, AreNotFollowedAtThePlaceOfAFolder) {
-    for (const ToolResult& result : runsWithLink("sub", "theirs"))
-        expectRefused(result, "/out/sub: leads out of ");
+    for (const ToolResult& result : runsWithLink("sub", "theirs")) expectRefused(result, "/out over a link");
 }
 
 TEST(ConvertJobsLinks, AreNotFollowedFromTheOutputToTheInputs) {
-    for (const ToolResult& result : runsWithLink("sub", "in/sub"))
-        expectRefused(result, "/out/sub: leads out of ");
+    for (const ToolResult& result : runsWithLink("sub", "in/sub")) expectRefused(result, "/out over a link");
 }
 
 TEST(ConvertJobsLinks, AreNotFollowedAtThePlaceOfATexturesFolder) {
@@ -140,8 +138,7 @@ TEST(ConvertJobsLinks, AreNotFollowedAtThePlaceOfATexturesFolder) {
     fs::create_directory_symlink(folder / "theirs", folder / "out/pictures");
     for (const ToolResult& result : runsThatTouchNothingElse(folder)) {
         EXPECT_EQ(result.status, 5);
-        EXPECT_THAT(result.errorLines(),
-                    ElementsAre(HasSubstr("/out/pictures: leads out of ")));
+        EXPECT_THAT(result.errorLines(), ElementsAre(HasSubstr("/out/pictures: leads out of ")));
     }
     fs::remove(folder / "out/pictures");
     expectPlainRunCompletes(folder.path(), expected);

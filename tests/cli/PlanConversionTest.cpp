@@ -72,7 +72,7 @@ std::map<std::string, std::string> workOfConversion(const TemporaryDirectory& fo
                                                     std::vector<std::string> options = {}) {
     fs::remove_all(folder / "out");
     options.insert(options.begin(), {"convert", "in/master.flt", "out/m.ive", "--recurse", "--launcher", "false"});
-    EXPECT_EQ(runIn(folder, options).status, 2);
+    EXPECT_EQ(runIn(folder, options).status, 5);
     const auto work = bytesOf(workIn(folder));
     fs::remove_all(folder / "out");
     return work;

@@ -1,7 +1,7 @@
 #include "FinishedRun.h"
 
-#include "../files/FileFinder.h"
 #include "../files/WholeFile.h"
+#include "StateLock.h"
 
 #include <osgDB/FileUtils>
 
@@ -14,7 +14,8 @@ namespace veltrane::sceneutils::tool {
 
 namespace {
 
-constexpr const char* recordName = "finished";
+constexpr const char* recordName = "run.finished";
+constexpr const char* attributesEnding = ".attr";
 
 /** Everything but the files that decides what comes out. */
 std::string requestOf(const ConversionOptions& options) {
@@ -56,24 +57,43 @@ bool areAsTheyWere(const json& files) {
 
 }  // namespace
 
-FinishedRun::FinishedRun(const ConversionPlan& plan, const JobPlan& jobs, const ConversionReport& report)
-    : _request(requestOf(plan.options)), _totals(totalsOf(plan, report)), _files(jobs.seenFiles()) {
-    for (const StoredPath& input : plan.inputs) _files.try_emplace(input.string(), stampOf(input));
-    _folders = jobs.seenFolders();
-    for (const auto& [folder, time] : plan.seenFolders) {
-        // Seen by both, and not the same: no time will do.
-        const auto [known, isNew] = _folders.try_emplace(folder, time);
-        if (!isNew && known->second != time) known->second = 0;
+FinishedRun::FinishedRun(const ConversionPlan& plan, const ConversionReport& report)
+    : _plan(plan), _totals(totalsOf(plan, report)) {
+    for (const StoredPath& input : plan.inputs) _files.emplace(input.string(), stampOf(input));
+}
+
+// As the job has seen them: what has changed since is not what the output was made from.
+void FinishedRun::add(const PlannedJob& planned, const StoredResult& result) {
+    _files[planned.job.conversion.path.string()] = planned.job.input;
+    if (result.output) _files[planned.job.conversion.output.string()] = result.output;
+    for (const auto& [place, stamp] : result.textures) _files[place] = stamp;
+    for (const Lookup& lookup : result.lookups) {
+        const auto found = _finder.findTexture(lookup.folder, lookup.name);
+        if (found.value_or(fs::path()).string() != lookup.found.string()) _isCertain = false;
+        if (lookup.found.empty()) continue;
+        _files[lookup.found.string()] = lookup.stamp;
+        _files[lookup.found.string() + attributesEnding] = lookup.attributes;
     }
 }
 
-void FinishedRun::write(const StateFolder& state) const {
-    json folders = json::array();
-    for (const auto& [folder, time] : _folders) {
-        folders.push_back(folder);
-        folders.push_back(time);
+/** Those in which something is looked for that is not there, with their times when that was so. */
+std::map<std::string, std::int64_t> FinishedRun::folders() const {
+    std::map<std::string, std::int64_t> folders = _plan.seenFolders;
+    for (const auto& [folder, time] : _finder.foldersThatDecided()) {
+        const auto [known, isNew] = folders.try_emplace(folder, time);
+        if (!isNew && known->second != time) known->second = 0;  // whatever it is next time, it is another one
     }
-    const json record = {_request, _totals, std::move(folders), asJson(_files)};
+    return folders;
+}
+
+void FinishedRun::write(const StateFolder& state) const {
+    if (!_isCertain) return forget(state);
+    json asSeen = json::array();
+    for (const auto& [folder, time] : folders()) {
+        asSeen.push_back(folder);
+        asSeen.push_back(time);
+    }
+    const json record = {requestOf(_plan.options), _totals, std::move(asSeen), asJson(_files)};
     const std::vector<std::uint8_t> bytes = json::to_cbor(record);
     const std::string content(bytes.begin(), bytes.end());
     try {
@@ -90,7 +110,11 @@ void FinishedRun::forget(const StateFolder& state) {
 
 std::optional<ConversionTotals> FinishedRun::unchanged(const ConversionOptions& options) {
     if (options.input.empty() || options.output.empty()) return std::nullopt;
-    const std::string content = StateFolder(stateFolderOf(options.output)).read(recordName).value_or("");
+    const StateFolder state(stateFolderOf(options.output));
+    // What is in the lock stands for a run that is at work, or was ended before it had cleaned up.
+    const auto lock = StateLock::lastUseOf(state.path());
+    if (!lock || lock->size != 0) return std::nullopt;
+    const std::string content = state.read(recordName).value_or("");
     const std::size_t digits = asHexadecimal(0).size();
     if (content.size() < digits) return std::nullopt;
     const std::string record = content.substr(digits);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../files/FileFinder.h"
 #include "ConversionReport.h"
 #include "JobPlan.h"
 
@@ -16,8 +17,10 @@ namespace veltrane::sceneutils::tool {
  */
 class FinishedRun {
 public:
-    /** @param jobs must all be up to date */
-    FinishedRun(const ConversionPlan& plan, const JobPlan& jobs, const ConversionReport& report);
+    FinishedRun(const ConversionPlan& plan, const ConversionReport& report);
+
+    /** Adds what has come of a job of the plan; all must be added. */
+    void add(const PlannedJob& planned, const StoredResult& result);
 
     /** Remembers the run, or does not if that cannot be written: it only saves time. */
     void write(const StateFolder& state) const;
@@ -28,12 +31,13 @@ public:
     static std::optional<ConversionTotals> unchanged(const ConversionOptions& options);
 
 private:
-    FinishedRun() = default;
+    std::map<std::string, std::int64_t> folders() const;
 
-    std::string _request;
+    const ConversionPlan& _plan;
     ConversionTotals _totals;
     std::map<std::string, std::optional<FileStamp>> _files;
-    std::map<std::string, std::int64_t> _folders;
+    FileFinder _finder;
+    bool _isCertain = true;  ///< nothing was seen to change meanwhile
 };
 
 }  // namespace veltrane::sceneutils::tool

@@ -55,8 +55,6 @@ public:
         return {};
     }
 
-    const std::map<std::string, std::int64_t>& foldersThatDecided() const { return _finder.foldersThatDecided(); }
-
 private:
     std::string changeOf(const Lookup& lookup) {
         const fs::path found = _finder.findTexture(lookup.folder, lookup.name).value_or(fs::path());
@@ -84,13 +82,12 @@ public:
 
     void run() {
         nameJobs();
-        for (const PlannedJob& planned : _result._jobs) _results.push_back(_state.result(planned.id));
+        for (PlannedJob& planned : _result._jobs) planned.result = _state.result(planned.id);
         checkOutputs(_plan, [this](std::size_t file) { return isOwnOutput(file); });
         for (PlannedJob& planned : _result._jobs) planned.job = storedJob(planned);
         findLevels();
         for (PlannedJob& planned : _result._jobs) decide(planned);
         findThoseThatMayFollow();
-        _result._seenFolders = _lookups.foldersThatDecided();
         findPlacedTextures();
     }
 
@@ -123,7 +120,7 @@ private:
         if (!planned) return false;
         const auto stamp = stampOf(_plan.files[file].output);
         if (!stamp) return false;
-        const auto& result = resultOf(*planned);
+        const auto& result = planned->result;
         return (result && result->output == stamp) || _state.isIntended(planned->id, *stamp);
     }
 
@@ -217,15 +214,11 @@ private:
         }
         planned.isRewritten = planned.isRewritten || !before;
         planned.job.reason = planned.reason;
-        if (!planned.reason.empty()) return;
-        planned.result = resultOf(planned)->result;
-        planned.result.file = planned.file;
-        noteSeenFiles(planned, *resultOf(planned));
     }
 
     /** Why a job is to be done that is the same as before; empty if it is not. */
     std::string whyAgain(const PlannedJob& planned, const StoredJob& before) {
-        const auto& result = resultOf(planned);
+        const auto& result = planned.result;
         if (!result || result->job != identityOf(before)) {
             return before.reason.empty() ? "was not finished" : before.reason;
         }
@@ -236,22 +229,6 @@ private:
         if (!loss.empty()) return loss;
         if (!isUpToDate(_state, planned.id, before, *result)) return "a bounding sphere that it needs has changed";
         return {};
-    }
-
-    const std::optional<StoredResult>& resultOf(const PlannedJob& planned) const {
-        return _results[static_cast<std::size_t>(&planned - _result._jobs.data())];
-    }
-
-    void noteSeenFiles(const PlannedJob& planned, const StoredResult& result) {
-        auto& seen = _result._seenFiles;
-        seen.emplace(planned.job.conversion.path.string(), planned.job.input);
-        if (result.output) seen.emplace(planned.job.conversion.output.string(), result.output);
-        for (const auto& [place, stamp] : result.textures) seen.emplace(place, stamp);
-        for (const Lookup& lookup : result.lookups) {
-            if (lookup.found.empty()) continue;
-            seen.emplace(lookup.found.string(), lookup.stamp);
-            seen.emplace(lookup.found.string() + attributesEnding, lookup.attributes);
-        }
     }
 
     std::string whatIsGone(const PlannedJob& planned, const StoredResult& result) {
@@ -293,8 +270,8 @@ private:
             }
         };
         add(_state.placedTextures());
-        for (const auto& result : _results) {
-            if (result) add(result->own);
+        for (const PlannedJob& planned : _result._jobs) {
+            if (planned.result) add(planned.result->own);
         }
         for (const JobId& id : jobsThatAreGone()) {
             const auto result = _state.result(id);
@@ -320,7 +297,6 @@ private:
     const StateFolder& _state;
     JobPlan& _result;
     const std::string _tool = toolName();
-    std::vector<std::optional<StoredResult>> _results;  ///< of the jobs, as they were found
     LookupCheck _lookups;
     std::map<std::pair<StoredPath, PerPalette<bool>>, std::string> _paletteFiles;
     std::set<std::string> _missedTextures;

@@ -18,11 +18,11 @@ struct PlannedJob {
     JobId id;
     std::size_t file = noFile;
     StoredJob job;
-    std::string reason;        ///< why it is to be done; empty: it is up to date
-    FileResult result;         ///< if it is up to date
-    bool mayFollow = false;    ///< up to date, but refers to a file whose bounding sphere may change
-    unsigned int level = 0;    ///< higher than those of all jobs whose spheres it needs
-    bool isRewritten = false;  ///< its file in the state must be written
+    std::string reason;                  ///< why it is to be done; empty: it is up to date
+    bool mayFollow = false;              ///< up to date, but refers to a file whose bounding sphere may change
+    unsigned int level = 0;              ///< higher than those of all jobs whose spheres it needs
+    bool isRewritten = false;            ///< its file in the state must be written
+    std::optional<StoredResult> result;  ///< what it has come to, as the state says
 };
 
 /**
@@ -38,12 +38,6 @@ public:
 
     bool areUpToDate() const;
 
-    /** What was looked at of the files that jobs which are up to date depend on; nothing: there is no such file. */
-    const std::map<std::string, std::optional<FileStamp>>& seenFiles() const { return _seenFiles; }
-
-    /** FileFinder::foldersThatDecided() where the textures of those jobs lie. */
-    const std::map<std::string, std::int64_t>& seenFolders() const { return _seenFolders; }
-
     /** The job of a file of the plan; null if the file cannot be converted. */
     const PlannedJob* jobOfFile(std::size_t file) const;
 
@@ -56,8 +50,6 @@ private:
     std::vector<PlannedJob> _jobs;
     std::vector<std::size_t> _jobOfFile;
     std::map<std::string, std::string> _paletteFiles;  ///< content by name
-    std::map<std::string, std::optional<FileStamp>> _seenFiles;
-    std::map<std::string, std::int64_t> _seenFolders;
     std::map<std::string, FileStamp> _placedTextures;  ///< by all jobs that there ever were
 };
 

@@ -110,26 +110,31 @@ std::size_t ParallelConversion::filesToDo() const {
                       [](const PlannedJob& planned) { return planned.mayFollow || !planned.reason.empty(); }));
 }
 
+void writeOutlook(std::ostream& out, const Outlook& outlook) {
+    const std::size_t files = outlook.toDo + outlook.maybe + outlook.upToDate + outlook.impossible;
+    out << plural(files, "file", "files") << ", " << outlook.toDo << " to convert, " << outlook.maybe
+        << " more if bounding spheres change, " << outlook.upToDate << " up to date, " << outlook.impossible
+        << " that cannot be converted\n";
+}
+
 void ParallelConversion::explain(std::ostream& out) const {
-    std::size_t toDo = 0;
-    std::size_t maybe = 0;
-    std::size_t impossible = 0;
+    Outlook outlook;
     for (std::size_t i = 0; i < _plan.files.size(); ++i) {
         const PlannedJob* planned = _jobs.jobOfFile(i);
         std::string reason = planned ? planned->reason : "cannot be converted: " + _plan.files[i].problem;
         if (!planned) {
-            ++impossible;
+            ++outlook.impossible;
         } else if (!reason.empty()) {
-            ++toDo;
+            ++outlook.toDo;
         } else if (planned->mayFollow) {
-            ++maybe;
+            ++outlook.maybe;
             reason = "only if the bounding sphere of a file that it refers to changes";
+        } else {
+            ++outlook.upToDate;
         }
         if (!reason.empty()) out << withoutControlCharacters(_plan.files[i].name + ": " + reason) << "\n";
     }
-    out << plural(_plan.files.size(), "file", "files") << ", " << toDo << " to convert, " << maybe
-        << " more if bounding spheres change, " << _plan.files.size() - toDo - maybe - impossible << " up to date, "
-        << impossible << " that cannot be converted\n";
+    writeOutlook(out, outlook);
 }
 
 // What the state says may have changed until it was locked.
@@ -171,9 +176,8 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
     std::map<JobId, const PlannedJob*> planned;
     for (const PlannedJob& job : _jobs.jobs()) planned[job.id] = &job;
     const auto onDone = [&](const JobId& id) {
-        const auto result = _state.result(id);
         const PlannedJob& job = *planned.at(id);
-        if (result && result->job == identityOf(job.job)) finish(resultOf(job));
+        if (noteResult(job)) finish(resultOf(job));
     };
     const auto onMessage = [&](const std::string& line) {
         if (noteFailure(line)) return;
@@ -184,6 +188,7 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
     ConversionReport report;
     for (const PlannedJob& job : _jobs.jobs()) {
         if (results.count(job.file) != 0) continue;
+        if (!knownResult(job)) noteResult(job);
         FileResult result = resultOf(job);
         // What a run before has made of it does not count if it was to be done again.
         const bool isDone = allEndedWell || isUpToDate(job);
@@ -198,6 +203,7 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
             results[job.file] = result;
         }
     }
+    countTextures(results);
     for (const auto& [file, result] : results) report.files.push_back(result);
     report.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     if (allEndedWell) {
@@ -209,20 +215,42 @@ ConversionReport ParallelConversion::run(const Listener& onResult) {
     return report;
 }
 
-void ParallelConversion::remember(const ConversionReport& report) {
-    if (!_jobs.areUpToDate()) _jobs = JobPlan(_plan, _state);
-    if (_jobs.areUpToDate()) FinishedRun(_plan, _jobs, report).write(_state);
+/** Whether the job was done in this run: a batch has others, too. */
+bool ParallelConversion::noteResult(const PlannedJob& planned) {
+    auto result = _state.result(planned.id);
+    if (!result || result->job != identityOf(planned.job)) return false;
+    const bool isNew = !planned.reason.empty() || result->spheres != planned.result->spheres;
+    _results[planned.id] = std::move(*result);
+    return isNew;
+}
+
+const StoredResult* ParallelConversion::knownResult(const PlannedJob& planned) const {
+    const auto known = _results.find(planned.id);
+    if (known != _results.end()) return &known->second;
+    return planned.reason.empty() ? &*planned.result : nullptr;
+}
+
+/** Each once, for the first file of the plan that uses it: which run or job has copied it is of no interest. */
+void ParallelConversion::countTextures(std::map<std::size_t, FileResult>& results) const {
+    std::set<std::string> counted;
+    for (const PlannedJob& planned : _jobs.jobs()) {
+        const StoredResult* known = knownResult(planned);
+        if (!known) continue;
+        std::uintmax_t& bytes = results.at(planned.file).textureBytesOut;
+        bytes = 0;
+        for (const auto& [place, stamp] : known->textures) bytes += counted.insert(place).second ? stamp.size : 0;
+    }
+}
+
+void ParallelConversion::remember(const ConversionReport& report) const {
+    FinishedRun run(_plan, report);
+    for (const PlannedJob& planned : _jobs.jobs()) run.add(planned, *knownResult(planned));
+    run.write(_state);
 }
 
 FileResult ParallelConversion::resultOf(const PlannedJob& planned) const {
-    if (planned.reason.empty() && !planned.mayFollow) return planned.result;
-    FileResult result;
-    const auto stored = _state.result(planned.id);
-    if (stored && stored->job == identityOf(planned.job)) {
-        result = stored->result;
-    } else {
-        result = disturbed(wasEnded);
-    }
+    const StoredResult* known = knownResult(planned);
+    FileResult result = known ? known->result : disturbed(wasEnded);
     const auto failure = _failures.find(planned.id);
     if (failure != _failures.end()) result = disturbed(failure->second);
     result.file = planned.file;

@@ -15,6 +15,17 @@ namespace veltrane::sceneutils::tool {
 
 class StateLock;
 
+/** What a run would do with the files of a plan. */
+struct Outlook {
+    std::size_t upToDate = 0;
+    std::size_t toDo = 0;
+    std::size_t maybe = 0;  ///< up to date unless bounding spheres change
+    std::size_t impossible = 0;
+};
+
+/** The one line for people. */
+void writeOutlook(std::ostream& out, const Outlook& outlook);
+
 /**
  * Carries out a plan in jobs that run side by side, each in a process of its own that knows nothing of the others, and
  * does only what was not done by an earlier run.
@@ -44,8 +55,11 @@ public:
 private:
     JobScheduler scheduled(const StateLock& lock);
     void removeLeftovers() const;
-    /** Looks once more whether all is up to date, so that the next run need not. */
-    void remember(const ConversionReport& report);
+    void remember(const ConversionReport& report) const;
+    void countTextures(std::map<std::size_t, FileResult>& results) const;
+    bool noteResult(const PlannedJob& planned);
+    /** Null: the job was to be done, and has not left a result. */
+    const StoredResult* knownResult(const PlannedJob& planned) const;
     FileResult resultOf(const PlannedJob& planned) const;
     bool isUpToDate(const PlannedJob& planned) const;
     /** Whether that is what the line is about. */
@@ -56,6 +70,7 @@ private:
     StateFolder _state;
     std::optional<FileStamp> _lastUse;  ///< of the state, before it was looked at
     JobPlan _jobs;
+    std::map<JobId, StoredResult> _results;  ///< of jobs that this run has to do with
     std::map<JobId, std::string> _failures;  ///< of jobs that could not leave their result in the state
 };
 

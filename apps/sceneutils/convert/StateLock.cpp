@@ -55,7 +55,8 @@ bool areJobsAtWork(const fs::path& folder) {
 
 }  // namespace
 
-JobLock::JobLock(const fs::path& folder) : _file(open((folder / jobLockName).c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC)) {
+JobLock::JobLock(const fs::path& folder)
+    : _file(open((folder / jobLockName).c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC)) {
     if (_file >= 0) flock(_file, LOCK_SH);
 }
 
