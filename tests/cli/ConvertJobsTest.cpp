@@ -1,3 +1,4 @@
+#include "convert/JobPlan.h"
 #include "sample/SampleDatabase.h"
 #include "support/JobConversions.h"
 #include "support/TexturedModels.h"
@@ -17,7 +18,12 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
+using veltrane::sceneutils::tool::ConversionOptions;
+using veltrane::sceneutils::tool::JobPlan;
+using veltrane::sceneutils::tool::planFiles;
 using veltrane::sceneutils::tool::SampleOptions;
+using veltrane::sceneutils::tool::stampOf;
+using veltrane::sceneutils::tool::StateFolder;
 using veltrane::sceneutils::tool::writeSampleDatabase;
 
 namespace {
@@ -215,7 +221,64 @@ TEST(ConvertJobs, ForgetWhatIsNoLongerReferredTo) {
 
     EXPECT_EQ(countsIn(convertInJobs(folder.path())), "3 files read, 3 converted, 0 failed, 0 textures missing");
 
-    EXPECT_EQ(namesIn(folder / "out/.sceneutils").size(), before - 5);
+    // Not whose the output is, which stays.
+    EXPECT_EQ(namesIn(folder / "out/.sceneutils").size(), before - 3);
+}
+
+TEST(ConvertJobs, TakeOverTheOutputOfAFileThatIsReferredToAgain) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    convertInJobs(folder.path());
+    writeFlight(folder / "in/a.flt", 16);
+    convertInJobs(folder.path());
+
+    writeTree(folder.path());
+    writeFlight(folder / "in/c.flt", 9);
+    const ToolResult result = convertInJobs(folder.path());
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_FLOAT_EQ(load(folder / "out/c.ive")->getBound().radius(), makeGround(9)->getBound().radius());
+}
+
+TEST(ConvertJobs, TakeOverTheOutputsInAFolderThatWasMoved) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    convertInJobs(folder.path());
+    fs::create_directories(folder / "elsewhere");
+    fs::rename(folder / "in", folder / "elsewhere/in");
+    fs::rename(folder / "out", folder / "elsewhere/out");
+
+    const ToolResult result = convertInJobs(folder / "elsewhere");
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+}
+
+TEST(ConvertJobs, NoticeAnotherSphereOfAFileInACircle) {
+    const TemporaryDirectory folder;
+    writeFlight(folder / "in/master.flt", 20, {"a.flt"});
+    writeFlight(folder / "in/a.flt", 16, {"b.flt"});
+    writeFlight(folder / "in/b.flt", 12, {"a.flt"});
+
+    EXPECT_EQ(writtenAfter(folder, [&] { writeFlight(folder / "in/a.flt", 99, {"b.flt"}); }),
+              Names({"a.ive", "b.ive", "m.ive"}));
+}
+
+TEST(ConvertJobs, NoticeAFileThatChangesWhileTheyArePlanned) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    ConversionOptions options;
+    options.input = folder / "in/b.flt";
+    options.output = folder / "out/m.ive";
+    const auto before = stampOf(options.input);
+    const auto plan = planFiles(options);
+
+    writeFlight(folder / "in/b.flt", 13, {"c.flt"});
+    const JobPlan jobs(plan, StateFolder(folder / "out/.sceneutils/m.ive"));
+
+    EXPECT_EQ(jobs.jobs().front().job.input, before);
+    EXPECT_NE(stampOf(options.input), before);
 }
 
 TEST(ConvertJobs, NoticeAnotherTexture) {
@@ -248,6 +311,53 @@ TEST(ConvertJobs, TakeOverATextureWithAnotherContent) {
     writeFlight(folder / "in/tile.flt", *makeTextured("a.png"));
 
     EXPECT_EQ(writtenAfter(folder, [&] { writeGrey(folder / "in/a.png", 150); }), Names({"a.png", "tile.ive"}));
+}
+
+TEST(ConvertJobs, TakeOverATextureWithAnotherContentThatANewFileUsesToo) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/a.png", 100);
+    writeFlight(folder / "in/master.flt", 20, {"tile.flt"});
+    writeFlight(folder / "in/tile.flt", *makeTextured("a.png"));
+    const auto change = [&] {
+        writeGrey(folder / "in/a.png", 150);
+        writeFlight(folder / "in/new.flt", *makeTextured("a.png"));
+        writeFlight(folder / "in/master.flt", 20, {"new.flt", "tile.flt"});
+    };
+
+    EXPECT_EQ(writtenAfter(folder, change), Names({"a.png", "m.ive", "new.ive", "tile.ive"}));
+}
+
+TEST(ConvertJobs, TakeOverATextureWithAnotherContentOfAFileThatIsGone) {
+    const TemporaryDirectory folder;
+    writeGrey(folder / "in/a.png", 100);
+    writeFlight(folder / "in/master.flt", 20, {"tile.flt"});
+    writeFlight(folder / "in/tile.flt", *makeTextured("a.png"));
+    convertInJobs(folder.path());
+    writeFlight(folder / "in/master.flt", 20);
+    convertInJobs(folder.path());
+
+    writeGrey(folder / "in/a.png", 150);
+    writeFlight(folder / "in/new.flt", *makeTextured("a.png"));
+    writeFlight(folder / "in/master.flt", 20, {"new.flt"});
+    const ToolResult result = convertInJobs(folder.path());
+
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(readBytes(folder / "out/a.png"), readBytes(folder / "in/a.png"));
+}
+
+TEST(ConvertJobs, NoticeThatALinkToATextureLeadsSomewhereNow) {
+    const TemporaryDirectory folder;
+    writeFlight(folder / "in/master.flt", 20, {"tile.flt"});
+    writeFlight(folder / "in/tile.flt", *makeTextured("a.png"));
+    fs::create_directories(folder / "store");
+    fs::create_symlink("../store/a.png", folder / "in/a.png");
+    EXPECT_EQ(convertInJobs(folder.path()).errors, "sceneutils: tile.flt: texture a.png is missing or unreadable\n");
+
+    writeGrey(folder / "store/a.png", 150);
+    const ToolResult result = convertInJobs(folder.path());
+
+    EXPECT_EQ(countsIn(result), "2 files read, 2 converted, 0 failed, 0 textures missing");
+    EXPECT_TRUE(fs::exists(folder / "out/_parent/store/a.png"));
 }
 
 TEST(ConvertJobs, TakeOverNewAttributesOfATexture) {

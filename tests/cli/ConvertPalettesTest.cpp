@@ -209,8 +209,9 @@ TEST(ConvertPalettes, ThatChangeConvertTheFilesThatTakeThem) {
     convertInJobs(folder.path());
 
     colorFacesByPalette(folder / "in/master.flt", storedRed);
-    convertInJobs(folder.path(), {"--overwrite"});
+    const ToolResult result = convertInJobs(folder.path());
 
+    EXPECT_EQ(result.status, 0);
     EXPECT_THAT(paintOf(load(folder / "out/tile.ive")), ElementsAre("grey 150 diffuse 0.5 red"));
 }
 

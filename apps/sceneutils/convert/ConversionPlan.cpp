@@ -113,6 +113,7 @@ private:
         if (!isNew) return known->second;
         const std::size_t index = known->second;
 
+        file.stamp = stampOf(file.path);
         FlightFile scan;
         try {
             if (level > deepestLevel) throw FlightFileError("referred to over more than 100 levels");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../files/FlightFile.h"
+#include "FileStamp.h"
 #include "TexturePlaces.h"
 
 #include <cstddef>
@@ -9,6 +10,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -86,6 +88,7 @@ struct PlannedFile {
     StoredPath output;                    ///< absolute; empty: nothing is written for it
     float maxRange = 0.0f;                ///< for the references of this file
     bool pagesReferences = false;         ///< its references are hung below PagedLODs
+    std::optional<FileStamp> stamp;       ///< before it was looked into; what is different later has changed
     std::uintmax_t bytes = 0;
     std::vector<PlannedReference> references;    ///< in the order of the records
     std::vector<std::size_t> displacedTextures;  ///< which of the plan's it may use

@@ -10,7 +10,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -22,7 +21,7 @@ namespace {
 
 constexpr const char* boundEnding = ".bound";
 constexpr const char* intentEnding = ".intent";
-constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+constexpr const char* placedTexturesName = "placed-textures";
 
 // CBOR, not JSON text: file names need not be UTF-8.
 std::string encode(const json& value) {
@@ -120,7 +119,7 @@ ConversionJob asConversion(const json& value) {
 json asJson(const StoredJob& job) {
     json spheres = json::array();
     for (const SphereSource& source : job.spheres) {
-        spheres.push_back({static_cast<int>(source.kind), source.job, source.path.string()});
+        spheres.push_back({static_cast<int>(source.kind), source.job, source.path.string(), asJson(source.stamp)});
     }
     json palettes = json::array();
     for (const PaletteStep& step : job.palettes) palettes.push_back({step.file, step.folder.string()});
@@ -134,8 +133,8 @@ StoredJob asJob(const json& value) {
     job.input = asStamp(value.at("input"));
     job.conversion = asConversion(value.at("conversion"));
     for (const json& source : value.at("spheres")) {
-        job.spheres.push_back(
-            {static_cast<SphereSource::Kind>(source.at(0).get<int>()), source.at(1), asPath(source.at(2))});
+        job.spheres.push_back({static_cast<SphereSource::Kind>(source.at(0).get<int>()), source.at(1),
+                               asPath(source.at(2)), asStamp(source.at(3))});
     }
     for (const json& step : value.at("palettes")) job.palettes.push_back({step.at(0), asPath(step.at(1))});
     job.attempt = value.at("attempt");
@@ -209,13 +208,6 @@ auto converted(const std::optional<json>& content, const Convert& convert)
 
 }  // namespace
 
-std::optional<FileStamp> stampOf(const fs::path& path) {
-    struct stat status = {};
-    if (stat(path.c_str(), &status) != 0) return std::nullopt;
-    return FileStamp{static_cast<std::uintmax_t>(status.st_size),
-                     status.st_mtim.tv_sec * nanosecondsPerSecond + status.st_mtim.tv_nsec};
-}
-
 std::optional<std::string> StateFolder::read(const std::string& name) const {
     std::ifstream file(_path / name, std::ios::binary);
     if (!file) return std::nullopt;
@@ -247,8 +239,7 @@ void StateFolder::forgetAllBut(const std::set<std::string>& jobsAndPalettes) con
     for (const fs::directory_entry& entry : fs::directory_iterator(_path, error)) {
         const fs::path name = entry.path().filename();
         const fs::path ending = name.extension();
-        const bool isOfJob = ending == ".job" || ending == ".result" || ending == ".sphere" || ending == boundEnding ||
-                             ending == intentEnding;
+        const bool isOfJob = ending == ".job" || ending == ".sphere" || ending == boundEnding;
         if (!isOfJob && ending != ".flt") continue;
         if (jobsAndPalettes.count(isOfJob ? name.stem().string() : name.string()) == 0) others.push_back(entry.path());
     }
@@ -279,6 +270,14 @@ std::string StateFolder::sphereText(const JobId& id) const {
 std::optional<osg::BoundingSphere> StateFolder::sphere(const JobId& id) const {
     const auto sphere = converted(readCbor(id + boundEnding), asSphere);
     return sphere ? *sphere : std::nullopt;
+}
+
+std::map<std::string, FileStamp> StateFolder::placedTextures() const {
+    return converted(readCbor(placedTexturesName), asStamps).value_or(std::map<std::string, FileStamp>());
+}
+
+void StateFolder::writePlacedTextures(const std::map<std::string, FileStamp>& textures) const {
+    if (textures != placedTextures()) write(placedTexturesName, encode(asJson(textures)));
 }
 
 void StateFolder::writeJob(const JobId& id, const StoredJob& job) const {

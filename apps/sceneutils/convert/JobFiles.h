@@ -17,20 +17,8 @@
 
 namespace veltrane::sceneutils::tool {
 
-/** Names a job: the same file with the same palettes has the same one in every run. Letters and digits only. */
+/** Names a job: the one that writes an output has the same one in every run. Letters and digits only. */
 using JobId = std::string;
-
-/** What tells whether a file is still the one that it was. */
-struct FileStamp {
-    std::uintmax_t size = 0;
-    std::int64_t time = 0;  ///< of the last change, in nanoseconds
-
-    friend bool operator==(const FileStamp& a, const FileStamp& b) { return a.size == b.size && a.time == b.time; }
-    friend bool operator!=(const FileStamp& a, const FileStamp& b) { return !(a == b); }
-};
-
-/** Nothing if there is no such file. */
-std::optional<FileStamp> stampOf(const std::filesystem::path& path);
 
 /** A file that was looked for while another was read, and what was found. */
 struct Lookup {
@@ -54,6 +42,7 @@ struct SphereSource {
     Kind kind = Kind::None;  ///< None: the file cannot be converted
     JobId job;
     StoredPath path;  ///< of a file that this one is reached from: it is as large as it is when read; empty: this one
+    std::optional<FileStamp> stamp;  ///< of the file at that path
 };
 
 /** A job as it lies in the state: all that its outcome depends on, but for the spheres. */
@@ -99,6 +88,10 @@ public:
     std::string sphereText(const JobId& id) const;
     std::optional<osg::BoundingSphere> sphere(const JobId& id) const;
 
+    /** The textures that jobs had put in their places when a run was planned, which were still there then. */
+    std::map<std::string, FileStamp> placedTextures() const;
+    void writePlacedTextures(const std::map<std::string, FileStamp>& textures) const;
+
     void writeJob(const JobId& id, const StoredJob& job) const;
     void writeResult(const JobId& id, const StoredResult& result) const;
     /**
@@ -122,7 +115,10 @@ public:
     void writeIfDifferent(const std::string& name, const std::string& content) const;
     std::optional<std::string> read(const std::string& name) const;
 
-    /** Removes the files of all other jobs, and palettes by other names. */
+    /**
+     * Removes the files of all other jobs, and palettes by other names. What says whose the outputs of those jobs are
+     * stays, as the outputs do: they may become part of the database again.
+     */
     void forgetAllBut(const std::set<std::string>& jobsAndPalettes) const;
 
 private:

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <set>
+#include <system_error>
 #include <tuple>
 
 namespace fs = std::filesystem;
@@ -87,6 +88,7 @@ public:
         findLevels();
         for (PlannedJob& planned : _result._jobs) decide(planned);
         findThoseThatMayFollow();
+        findPlacedTextures();
     }
 
 private:
@@ -96,7 +98,7 @@ private:
         for (std::size_t i = 0; i < _plan.files.size(); ++i) {
             const PlannedFile& file = _plan.files[i];
             if (!file.problem.empty()) continue;
-            std::uint64_t number = hashOf(file.identity.string()) ^ file.inheritedPalettes;
+            std::uint64_t number = numberOf(file);
             while (!taken.insert(asHexadecimal(number)).second) ++number;
             PlannedJob planned;
             planned.id = asHexadecimal(number);
@@ -104,6 +106,13 @@ private:
             _result._jobOfFile[i] = _result._jobs.size();
             _result._jobs.push_back(std::move(planned));
         }
+    }
+
+    // By the output, so that it stays known whose that is, whatever becomes of the file or its palettes, and wherever
+    // the output folder is moved to.
+    std::uint64_t numberOf(const PlannedFile& file) const {
+        if (file.output.empty()) return hashOf(file.identity.string()) ^ file.inheritedPalettes;
+        return hashOf(relativeName(file.output, _plan.outputFolder));
     }
 
     bool isOwnOutput(std::size_t file) const {
@@ -119,7 +128,7 @@ private:
         const PlannedFile& file = _plan.files[planned.file];
         StoredJob job;
         job.tool = _tool;
-        job.input = stampOf(file.path);
+        job.input = file.stamp;
         job.conversion = jobOf(_plan, planned.file);
         for (const PlannedReference& reference : file.references)
             job.spheres.push_back(sourceOf(reference, planned.file));
@@ -132,7 +141,9 @@ private:
         if (reference.target == noFile || !_plan.files[reference.target].problem.empty()) return source;
         if (reference.closesCircle) {
             source.kind = SphereSource::Kind::Circle;
-            if (reference.target != from) source.path = _plan.files[reference.target].path;
+            if (reference.target == from) return source;
+            source.path = _plan.files[reference.target].path;
+            source.stamp = _plan.files[reference.target].stamp;
             return source;
         }
         source.kind = SphereSource::Kind::Job;
@@ -251,6 +262,37 @@ private:
         }
     }
 
+    // Any job may replace what another has put there, be that one part of the database or not any more.
+    void findPlacedTextures() {
+        const auto add = [this](const std::map<std::string, FileStamp>& textures) {
+            for (const auto& [place, stamp] : textures) {
+                if (stampOf(place) == stamp) _result._placedTextures[place] = stamp;
+            }
+        };
+        add(_state.placedTextures());
+        for (const PlannedJob& planned : _result._jobs) {
+            if (planned.result) add(planned.result->own);
+        }
+        for (const JobId& id : jobsThatAreGone()) {
+            const auto result = _state.result(id);
+            if (result) add(result->own);
+        }
+    }
+
+    /** Those that the state has, and the plan has not. */
+    std::vector<JobId> jobsThatAreGone() const {
+        std::set<std::string> known;
+        for (const PlannedJob& planned : _result._jobs) known.insert(StateFolder::jobName(planned.id));
+        std::vector<JobId> gone;
+        std::error_code error;
+        for (const fs::directory_entry& entry : fs::directory_iterator(_state.path(), error)) {
+            const fs::path name = entry.path().filename();
+            const bool isJob = name == StateFolder::jobName(name.stem().string());
+            if (isJob && known.count(name.string()) == 0) gone.push_back(name.stem().string());
+        }
+        return gone;
+    }
+
     const ConversionPlan& _plan;
     const StateFolder& _state;
     JobPlan& _result;
@@ -282,6 +324,7 @@ void JobPlan::write(const StateFolder& state) const {
         known.insert(planned.id);
         if (planned.isRewritten) state.writeJob(planned.id, planned.job);
     }
+    state.writePlacedTextures(_placedTextures);
     state.forgetAllBut(known);
 }
 

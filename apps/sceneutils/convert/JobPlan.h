@@ -50,6 +50,7 @@ private:
     std::vector<PlannedJob> _jobs;
     std::vector<std::size_t> _jobOfFile;
     std::map<std::string, std::string> _paletteFiles;  ///< content by name
+    std::map<std::string, FileStamp> _placedTextures;  ///< by all jobs that there ever were
 };
 
 }  // namespace veltrane::sceneutils::tool

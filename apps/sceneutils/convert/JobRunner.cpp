@@ -169,15 +169,17 @@ StoredResult JobRunner::convert(const Task& task, const MessageSender& parent) c
         if (looked.insert(folder.string() + "/" + name).second) stored.lookups.push_back(lookupOf(folder, name, found));
     };
     if (before) stored.own = before->own;
-    // What an earlier run of this job has written may be written again.
+    // What an earlier run has written may be written again: an output by its own job, a texture by all.
     const auto isOwn = [&](const fs::path& path) {
         const auto stamp = stampOf(path);
         if (!stamp) return false;
         if (path == fs::path(job.conversion.output) && _state.isIntended(id, *stamp)) return true;
-        if (!before) return false;
-        if (path == fs::path(job.conversion.output)) return stamp == before->output;
-        const auto texture = before->own.find(path.string());
-        return texture != before->own.end() && stamp == texture->second;
+        if (path == fs::path(job.conversion.output)) return before && stamp == before->output;
+        const auto holds = [&](const std::map<std::string, FileStamp>& textures) {
+            const auto texture = textures.find(path.string());
+            return texture != textures.end() && stamp == texture->second;
+        };
+        return (before && holds(before->own)) || holds(_state.placedTextures());
     };
 
     const osg::Node* graph = nullptr;

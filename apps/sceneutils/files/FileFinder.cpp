@@ -81,6 +81,8 @@ std::optional<fs::path> FileFinder::findIgnoringCase(const fs::path& folder, con
         const NamesByLowerCase& names = listing(found);
         const auto match = names.find(toLowerCase(part.string()));
         if (match == names.end()) return std::nullopt;
+        // A link that leads nowhere: what is added there changes no folder that is known.
+        if (!existsAt(found / match->second)) _foldersThatDecided[found.string()] = 0;
         found /= match->second;
     }
     if (!isFile(found)) return std::nullopt;

@@ -30,7 +30,7 @@ public:
     /**
      * The folders in which something was looked for by a name that is not there, with their times before that. While
      * nothing is added to them or taken from them, and the files that were found stay, the same names lead to the same
-     * files.
+     * files. 0, which no folder has: there is a link in it that leads nowhere, and may lead somewhere at any time.
      */
     const std::map<std::string, std::int64_t>& foldersThatDecided() const { return _foldersThatDecided; }
 
