@@ -51,6 +51,18 @@ check_fields() {
     done
 }
 
+# The files by which the packages of a library differ: a program needs the one, a compiler the other.
+check_division() {
+    local name listed
+    for name in sceneutils logging; do
+        listed=$(dpkg-deb --contents "$work/packages/libveltrane-${name}0"_*.deb)
+        expect_in "$listed" "libveltrane_$name.so.0 ->"
+        [[ $listed != *"libveltrane_$name.so ->"* ]] || fail "libveltrane-${name}0 has the compiler's link"
+        [[ $listed != */usr/include/* ]] || fail "libveltrane-${name}0 has headers"
+        expect_in "$(dpkg-deb --contents "$work/packages/libveltrane-${name}-dev"_*.deb)" "libveltrane_$name.so ->"
+    done
+}
+
 check_files() {
     run gzip --test "$root/usr/share/man/man1/"sceneutils{,-convert,-verify}.1.gz
     run bash -n "$root/usr/share/bash-completion/completions/sceneutils"
@@ -85,10 +97,10 @@ rm -rf "$work"
 mkdir -p "$root"
 make_packages
 check_fields
+check_division
 check_files
 
 libraries=$(dirname "$(find "$root/usr/lib" -name libveltrane_sceneutils.so)")
-[ -L "$libraries/libveltrane_sceneutils.so" ] || fail "the development package has no link to the library"
 export LD_LIBRARY_PATH=$libraries PATH=$root/usr/bin:$PATH
 expect_loaded "$root/usr/bin/sceneutils" libveltrane_sceneutils.so.0
 expect_loaded "$libraries/libveltrane_sceneutils.so.0" libveltrane_logging.so.0
