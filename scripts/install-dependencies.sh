@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
-# Installs the packages named in dependencies.txt that are not there yet. Needs root or sudo only if some are missing.
+# Installs the packages named in dependencies.txt that are not there yet, and with --tests those of
+# test-dependencies.txt. Needs root or sudo only if some are missing.
 set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")"
 
-list="$(dirname "${BASH_SOURCE[0]}")/dependencies.txt"
-mapfile -t packages < <(grep -v '^#' "$list")
+lists=(dependencies.txt)
+[ "${1:-}" = --tests ] && lists+=(test-dependencies.txt)
+mapfile -t packages < <(grep -hv '^#' "${lists[@]}")
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
-    echo "install-dependencies: this is no Debian system. Install what $list names, then build with cmake --preset release." >&2
+    echo "install-dependencies: this is no Debian system. Install the packages in scripts/ (${lists[*]}), then build with cmake --preset release." >&2
     exit 1
 fi
 

@@ -17,7 +17,7 @@ print_failures() {
     done <"$logs/LastTestsFailed.log"
 }
 
-scripts/install-dependencies.sh
+scripts/install-dependencies.sh --tests
 cmake --preset "$preset" -DSCENEUTILS_BUILD_TESTS=ON -DSCENEUTILS_BUILD_BENCHMARKS=ON -DSCENEUTILS_WARNINGS_AS_ERRORS=ON
 cmake --build --preset "$preset"
 rm -f "$logs/LastTestsFailed.log"
