@@ -102,13 +102,14 @@ TEST(ConvertJobsTogether, KeepAConversionInOrderOut) {
 TEST(ConvertJobsTogether, AreKeptOutByAConversionInOrder) {
     const TemporaryDirectory folder;
     writeSample(folder, 40);
-    const fs::path state = fs::canonical(folder.path()) / "out/.sceneutils/m.ive";
-    fs::create_directories(state);
+    fs::create_directories(folder / "out/.sceneutils/m.ive");
     ToolProcess plain(SCENEUTILS_TOOL, arguments({}), in(folder));
-    waitFor(state / "lock");
+    waitFor(folder / "out/tiles");
+    plain.send(SIGSTOP);  // so that it cannot be done before the other one gives up
 
     const ToolResult result = runTool(arguments({"--jobs", "1", "--overwrite"}), in(folder));
     plain.send(SIGTERM);
+    plain.send(SIGCONT);
 
     EXPECT_EQ(plain.wait().status, 130);
     EXPECT_EQ(result.status, 4);
