@@ -148,7 +148,8 @@ TEST(ConvertJobsDamage, OutlivesThatOfTheBuildFile) {
 TEST(ConvertJobsDamage, OutlivesThatOfNinjasLogs) {
     expectToOutliveDamageTo(".ninja_log");
     const ChangingDatabase database;
-    for (const std::string content : {"", "x", "# ninjadeps\n", std::string(100, '\0').c_str()}) {
+    const std::vector<std::string> contents = {"", "x", "# ninjadeps\n", std::string(100, '\0')};
+    for (const std::string& content : contents) {
         writeBytes(database.state() / ".ninja_deps", content);
         expectPlainRunCompletes(database.folder(), database.expected());
     }
