@@ -237,8 +237,8 @@ TEST(ConvertTextureModes, StorePicturesUnderNamesThatTellThemApart) {
 TEST(ConvertTextureModes, StoreCompressedPicturesWithAllTheirSizes) {
     const TemporaryDirectory folder;
     fs::create_directory(folder / "in");
-    ASSERT_TRUE(
-        osgDB::writeImageFile(*makeCompressed(), folder / "in/a.dds", new osgDB::Options("ddsNoAutoFlipWrite")));
+    const osg::ref_ptr<osgDB::Options> asIs = new osgDB::Options("ddsNoAutoFlipWrite");
+    ASSERT_TRUE(osgDB::writeImageFile(*makeCompressed(), folder / "in/a.dds", asIs.get()));
     writeTextured(folder / "in/master.flt", {"a.dds"});
     const osg::ref_ptr<osg::Image> original = osgDB::readRefImageFile(folder / "in/a.dds");
 
