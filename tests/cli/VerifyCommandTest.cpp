@@ -1,3 +1,4 @@
+#include "sample/SampleDatabase.h"
 #include "support/FlightRecords.h"
 #include "support/TileDatabases.h"
 #include "support/ToolJson.h"
@@ -24,6 +25,8 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
+using veltrane::sceneutils::tool::SampleOptions;
+using veltrane::sceneutils::tool::writeSampleDatabase;
 
 namespace {
 
@@ -102,7 +105,10 @@ TEST(VerifyCommand, EndsWith0AndOneLineOfTotalsIfAllIsRight) {
 
 TEST(VerifyCommand, FindsNothingWrongWithWhatConvertWrites) {
     const TemporaryDirectory folder;
-    ASSERT_EQ(runTool({"sample", folder / "db", "--tiles", "2", "--levels", "3"}).status, 0);
+    SampleOptions options;
+    options.tiles = 2;
+    options.levels = 3;
+    writeSampleDatabase(folder / "db", options);
     ASSERT_EQ(runTool({"convert", folder / "db/master.flt", folder / "out/m.ive", "--recurse"}).status, 0);
     const ToolResult result = verifyIn(folder);
 
