@@ -59,10 +59,10 @@ std::string gathered(const std::string& texture) {
 void writeTwins(const TemporaryDirectory& folder) {
     writeGrey(folder / "in/west/a.png", 100);
     writeGrey(folder / "in/east/a.png", 150);
-    writeGrey(folder / "in/shared.png", 200);
-    writeTextured(folder / "in/master.flt", {"shared.png"}, {"west/tile.flt", "east/tile.flt"});
-    writeTextured(folder / "in/west/tile.flt", {"a.png", "../shared.png"});
-    writeTextured(folder / "in/east/tile.flt", {"a.png", "../SHARED.png"});
+    writeGrey(folder / "in/common.png", 200);
+    writeTextured(folder / "in/master.flt", {"common.png"}, {"west/tile.flt", "east/tile.flt"});
+    writeTextured(folder / "in/west/tile.flt", {"a.png", "../common.png"});
+    writeTextured(folder / "in/east/tile.flt", {"a.png", "../COMMON.png"});
 }
 
 Names linksIn(const fs::path& folder) {
@@ -95,10 +95,10 @@ TEST(ConvertTextureModes, GatherAllTexturesInOneFolder) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors, "");
     EXPECT_EQ(namesIn(folder / "out"), Names({"m.ive", "west/tile.ive", "east/tile.ive", gathered("west/a.png"),
-                                              gathered("east/a.png"), gathered("shared.png")}));
-    EXPECT_THAT(textureNamesIn(folder / "out/m.ive"), ElementsAre(gathered("shared.png")));
+                                              gathered("east/a.png"), gathered("common.png")}));
+    EXPECT_THAT(textureNamesIn(folder / "out/m.ive"), ElementsAre(gathered("common.png")));
     EXPECT_THAT(textureNamesIn(folder / "out/west/tile.ive"),
-                UnorderedElementsAre("../" + gathered("west/a.png"), "../" + gathered("shared.png")));
+                UnorderedElementsAre("../" + gathered("west/a.png"), "../" + gathered("common.png")));
     fs::rename(folder / "out", folder / "moved");
     fs::remove_all(folder / "in");
     EXPECT_THAT(greysIn(folder / "moved/west/tile.ive"), UnorderedElementsAre(100, 200));
@@ -231,7 +231,7 @@ TEST(ConvertTextureModes, StorePicturesUnderNamesThatTellThemApart) {
     }
 
     EXPECT_EQ(names, Names({gatheredName("/in", "/in/west/a.png"), gatheredName("/in", "/in/east/a.png"),
-                            gatheredName("/in", "/in/shared.png")}));
+                            gatheredName("/in", "/in/common.png")}));
 }
 
 TEST(ConvertTextureModes, StoreCompressedPicturesWithAllTheirSizes) {
@@ -297,7 +297,7 @@ TEST(ConvertTextureModes, AreRelativeByDefault) {
     convertIn(folder.path(), {"in/master.flt", "default/m.ive", "--recurse"});
 
     EXPECT_EQ(namesIn(folder / "default"),
-              Names({"m.ive", "west/tile.ive", "east/tile.ive", "west/a.png", "east/a.png", "shared.png"}));
+              Names({"m.ive", "west/tile.ive", "east/tile.ive", "west/a.png", "east/a.png", "common.png"}));
     expectSameOutputs(contentOf(folder / "default"), contentOf(folder / "out"));
 }
 
@@ -345,9 +345,9 @@ TEST(ConvertTextureModes, TakeOverAnotherContent) {
     writeTwins(folder);
     for (const char* mode : {"copy", "embed"}) {
         fs::remove_all(folder / "out");
-        writeGrey(folder / "in/shared.png", 200);
+        writeGrey(folder / "in/common.png", 200);
         convertWithJobs(folder, mode);
-        writeGrey(folder / "in/shared.png", 50);
+        writeGrey(folder / "in/common.png", 50);
 
         EXPECT_EQ(convertWithJobs(folder, mode).status, 0);
 
@@ -542,7 +542,7 @@ TEST(ConvertTextureModes, AreNamedInTheReport) {
     std::uintmax_t bytes = 0;
     for (const auto& file : report["files"]) bytes += file["textureBytesOut"].get<std::uintmax_t>();
     EXPECT_EQ(bytes, fs::file_size(folder / "in/west/a.png") + fs::file_size(folder / "in/east/a.png") +
-                         fs::file_size(folder / "in/shared.png"));
+                         fs::file_size(folder / "in/common.png"));
 }
 
 TEST(ConvertTextureModes, AreThree) {

@@ -4,7 +4,7 @@ namespace veltrane::sceneutils::tool {
 
 namespace {
 
-/** Text within an apostrophe-quoted specification of zsh's _arguments. */
+/** Text within an apostrophe-quoted argument of zsh's _arguments. */
 std::string inSpecification(const std::string& text) {
     std::string result;
     for (const char character : text) {
