@@ -29,6 +29,8 @@ constexpr unsigned largeTiles = 10000;
 // Of a single tile not all files would be reached.
 constexpr unsigned fewestTiles = 2;
 constexpr unsigned mostTiles = 100000;
+// Above, plain convert takes too long: each of its processes waits for those below it.
+constexpr unsigned mostTilesForConvert = 1000;
 constexpr unsigned jobCostsPerRound = 5;
 constexpr const char* osgconvPath = "/usr/bin/osgconv";
 // The library's own: references stay references, textures are only named.
@@ -127,9 +129,10 @@ public:
 
     /** @param number of the round: each begins with another way */
     void run(unsigned number) {
-        std::vector<std::function<void()>> turns = {[this] { runLibrary(); }, [this] { runConvert(Way::Convert, {}); },
-                                                    [this] { runOneJob(); }, [this] { runTwoJobs(); },
-                                                    [this] { runPlan(); }};
+        std::vector<std::function<void()>> turns = {[this] { runLibrary(); }, [this] { runOneJob(); },
+                                                    [this] { runTwoJobs(); }, [this] { runPlan(); }};
+        if (_measurement.tiles <= mostTilesForConvert)
+            turns.insert(turns.begin() + 1, [this] { runConvert(Way::Convert, {}); });
         if (_programs.hasOsgconv) turns.insert(turns.begin(), [this] { runOsgconv(); });
         for (std::size_t i = 0; i < turns.size(); ++i) turns[(i + number) % turns.size()]();
     }

@@ -43,15 +43,18 @@ public:
     const StoredPath& resolvedFile(const fs::path& path) {
         const auto [known, isNew] = _files.try_emplace(path.string());
         if (!isNew) return known->second;
+        const fs::path identity = identityOf(path);
         std::error_code error;
-        const fs::path canonical = fs::canonical(path, error);
+        if (!fs::is_symlink(identity, error)) return known->second = identity;
+        const fs::path canonical = fs::canonical(identity, error);
         return known->second = error ? path.lexically_normal() : canonical;
     }
 
 private:
     static fs::path resolvedFolder(const fs::path& folder) {
         std::error_code error;
-        const fs::path resolved = fs::weakly_canonical(folder, error);
+        fs::path resolved = fs::canonical(folder, error);
+        if (error) resolved = fs::weakly_canonical(folder, error);
         return error ? folder.lexically_normal() : resolved;
     }
 
