@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <stdexcept>
@@ -243,18 +242,9 @@ void compareAll(const Arguments& arguments) {
         for (Measurement& measurement : measurements) measurement.rounds.push_back(measureOnce(measurement));
     }
 
-    const Table costs = costTable(measurements);
-    const Table ownShares = ownShareTable(measurements);
-    costs.print(std::cout);
-    std::cout << "\nMore than the floor, as a share of the whole run:\n";
-    ownShares.print(std::cout);
-    if (arguments.csv.empty()) return;
-    std::ofstream csv(arguments.csv);
-    costs.writeCsv(csv);
-    csv << "\n";
-    ownShares.writeCsv(csv);
-    csv.flush();
-    if (!csv) throw std::runtime_error(arguments.csv + ": cannot be written");
+    showTables({{"", costTable(measurements)},
+                {"More than the floor, as a share of the whole run", ownShareTable(measurements)}},
+               arguments.csv);
 }
 
 void run(const Arguments& arguments) {
