@@ -27,8 +27,8 @@ findNodeVisitor,10000,geodes,99.000,6.6
 BATCH_CSV = """drawables,way,ms,of ALL,peak_MiB
 1000,"batches, radius 0",4.20,1.40,3.0
 
-drawables,way,whole: frame_ms,whole: of before,street: frame_ms,street: of before
-1000,before,2.0,1.00,1.0,1.00
+drawables,way,whole: cull_ms,whole: draw_ms,whole: of before,street: cull_ms,street: draw_ms,street: of before
+1000,before,0.500,1.530,1.00,0.100,0.200,1.00
 """
 
 
@@ -95,15 +95,15 @@ class Figures(RunTest):
             ],
         )
 
-    def test_all_tables_of_a_program_are_read(self):
+    def test_all_tables_of_a_program_are_read_and_columns_added_up(self):
         self.assertEqual(
             self.rows("batch", BATCH_CSV)[1:],
             [
                 ["batch", "batches, radius 0", "1000 drawables", "processor time", "4.20", "ms", "1.40",
                  "optimizer ALL"],
                 ["batch", "batches, radius 0", "1000 drawables", "memory", "3.0", "MiB"],
-                ["batch", "before", "1000 drawables", "frame, all in sight", "2.0", "ms", "1.00", "before"],
-                ["batch", "before", "1000 drawables", "frame, street", "1.0", "ms", "1.00", "before"],
+                ["batch", "before", "1000 drawables", "frame, all in sight", "2.030", "ms", "1.00", "before"],
+                ["batch", "before", "1000 drawables", "frame, street", "0.300", "ms", "1.00", "before"],
             ],
         )
 
