@@ -29,8 +29,11 @@ def as_markdown(columns, rows):
 
 
 def largest_with_ratio(figures):
-    """Of each case the largest size, which is the last one, if there is something to see it against."""
-    largest = {(figure.benchmark, figure.case, figure.measure): figure for figure in figures if figure.ratio}
+    """Of each case the largest size of a kind, which is the last one, if there is something to see it against."""
+    largest = {}
+    for figure in figures:
+        if figure.ratio:
+            largest[figure.benchmark, figure.case, re.sub(r"\d+", "", figure.size), figure.measure] = figure
     return list(largest.values())
 
 

@@ -11,6 +11,7 @@ ROWS = [
     row("1.50", "2.00", "peer"),
     row("15.00", "3.00", "peer", size="100 nodes"),
     row("7", case="deep"),
+    row("4.00", "5.00", "peer", size="10 lines"),
     row("20", "1.00", "floor", case='"a, b"', measure="memory", unit="MiB"),
 ]
 MARKDOWN = (
@@ -20,6 +21,7 @@ MARKDOWN = (
     + "| benchmark | case | size | measure | figure | unit | ratio | against |\n"
     + "| --- | --- | --- | --- | ---: | --- | ---: | --- |\n"
     + "| shader | wide | 100 nodes | processor time | 15.00 | ms | 3.00 | peer |\n"
+    + "| shader | wide | 10 lines | processor time | 4.00 | ms | 5.00 | peer |\n"
     + "| shader | a, b | 10 nodes | memory | 20 | MiB | 1.00 | floor |\n"
 )
 
@@ -38,6 +40,7 @@ class Table(RunAllTest):
             "shader     wide  10 nodes   processor time    1.50  ms     2.00  peer\n"
             "shader     wide  100 nodes  processor time   15.00  ms     3.00  peer\n"
             "shader     deep  10 nodes   processor time       7  ms\n"
+            "shader     wide  10 lines   processor time    4.00  ms     5.00  peer\n"
             "shader     a, b  10 nodes   memory              20  MiB    1.00  floor\n",
         )
 
