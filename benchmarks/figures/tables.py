@@ -29,10 +29,10 @@ def as_markdown(columns, rows):
 
 
 def largest_with_ratio(figures):
-    """Of each case the largest size of a kind, which is the last one, if there is something to see it against."""
+    """Of each case the largest size of a kind, which is the last one, if it is seen against another one."""
     largest = {}
     for figure in figures:
-        if figure.ratio:
+        if figure.ratio and figure.against != figure.case:
             largest[figure.benchmark, figure.case, re.sub(r"\d+", "", figure.size), figure.measure] = figure
     return list(largest.values())
 

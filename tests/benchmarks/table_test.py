@@ -11,6 +11,7 @@ ROWS = [
     row("1.50", "2.00", "peer"),
     row("15.00", "3.00", "peer", size="100 nodes"),
     row("7", case="deep"),
+    row("8.00", "1.00", "peer", case="peer"),
     row("4.00", "5.00", "peer", size="10 lines"),
     row("20", "1.00", "floor", case='"a, b"', measure="memory", unit="MiB"),
 ]
@@ -40,11 +41,12 @@ class Table(RunAllTest):
             "shader     wide  10 nodes   processor time    1.50  ms     2.00  peer\n"
             "shader     wide  100 nodes  processor time   15.00  ms     3.00  peer\n"
             "shader     deep  10 nodes   processor time       7  ms\n"
+            "shader     peer  10 nodes   processor time    8.00  ms     1.00  peer\n"
             "shader     wide  10 lines   processor time    4.00  ms     5.00  peer\n"
             "shader     a, b  10 nodes   memory              20  MiB    1.00  floor\n",
         )
 
-    def test_markdown_has_the_largest_sizes_of_what_has_a_ratio(self):
+    def test_markdown_has_the_largest_sizes_of_what_is_seen_against_another(self):
         done = self.run_all("table", "all.csv", "--markdown")
         self.expect(done, DONE, "")
         self.assertEqual(done.stdout, MARKDOWN)
