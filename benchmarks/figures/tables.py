@@ -32,7 +32,8 @@ def largest_with_ratio(figures):
     """Of each case the largest size of a kind, which is the last one, if it is seen against another one."""
     largest = {}
     for figure in figures:
-        if figure.ratio and figure.against != figure.case:
+        is_itself = f"{figure.case}, ".startswith(f"{figure.against}, ")  # perhaps from somewhere: "before, street"
+        if figure.ratio and not is_itself:
             largest[figure.benchmark, figure.case, re.sub(r"\d+", "", figure.size), figure.measure] = figure
     return list(largest.values())
 

@@ -11,7 +11,9 @@ ROWS = [
     row("1.50", "2.00", "peer"),
     row("15.00", "3.00", "peer", size="100 nodes"),
     row("7", case="deep"),
-    row("8.00", "1.00", "peer", case="peer"),
+    row("8.00", "1.00", "peer", case='"peer, seen"'),
+    row("9.00", "1.00", "peer", case="peer"),
+    row("9.50", "1.00", "peer", case="peers"),
     row("4.00", "5.00", "peer", size="10 lines"),
     row("20", "1.00", "floor", case='"a, b"', measure="memory", unit="MiB"),
 ]
@@ -22,6 +24,7 @@ MARKDOWN = (
     + "| benchmark | case | size | measure | figure | unit | ratio | against |\n"
     + "| --- | --- | --- | --- | ---: | --- | ---: | --- |\n"
     + "| shader | wide | 100 nodes | processor time | 15.00 | ms | 3.00 | peer |\n"
+    + "| shader | peers | 10 nodes | processor time | 9.50 | ms | 1.00 | peer |\n"
     + "| shader | wide | 10 lines | processor time | 4.00 | ms | 5.00 | peer |\n"
     + "| shader | a, b | 10 nodes | memory | 20 | MiB | 1.00 | floor |\n"
 )
@@ -37,13 +40,15 @@ class Table(RunAllTest):
         self.expect(done, DONE, "")
         self.assertEqual(
             done.stdout,
-            "benchmark  case  size       measure         figure  unit  ratio  against\n"
-            "shader     wide  10 nodes   processor time    1.50  ms     2.00  peer\n"
-            "shader     wide  100 nodes  processor time   15.00  ms     3.00  peer\n"
-            "shader     deep  10 nodes   processor time       7  ms\n"
-            "shader     peer  10 nodes   processor time    8.00  ms     1.00  peer\n"
-            "shader     wide  10 lines   processor time    4.00  ms     5.00  peer\n"
-            "shader     a, b  10 nodes   memory              20  MiB    1.00  floor\n",
+            "benchmark  case        size       measure         figure  unit  ratio  against\n"
+            "shader     wide        10 nodes   processor time    1.50  ms     2.00  peer\n"
+            "shader     wide        100 nodes  processor time   15.00  ms     3.00  peer\n"
+            "shader     deep        10 nodes   processor time       7  ms\n"
+            "shader     peer, seen  10 nodes   processor time    8.00  ms     1.00  peer\n"
+            "shader     peer        10 nodes   processor time    9.00  ms     1.00  peer\n"
+            "shader     peers       10 nodes   processor time    9.50  ms     1.00  peer\n"
+            "shader     wide        10 lines   processor time    4.00  ms     5.00  peer\n"
+            "shader     a, b        10 nodes   memory              20  MiB    1.00  floor\n",
         )
 
     def test_markdown_has_the_largest_sizes_of_what_is_seen_against_another(self):
