@@ -20,7 +20,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <fstream>
+#include <exception>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -260,7 +260,6 @@ struct Arguments {
     int frames = 20;
     std::set<std::string> tables = {"passes", "frames"};
     std::string csv;
-    std::string framesCsv;
 };
 
 Table measureAll(const Arguments& arguments) {
@@ -310,8 +309,8 @@ std::vector<double> measureViews(const Way& way, int drawables, const Arguments&
 }
 
 Table measureAllFrames(const Arguments& arguments) {
-    Table table(
-        {"drawables", "way", "whole: cull_ms", "draw_ms", "of before", "street: cull_ms", "draw_ms", "of before"});
+    Table table({"drawables", "way", "whole: cull_ms", "whole: draw_ms", "whole: of before", "street: cull_ms",
+                 "street: draw_ms", "street: of before"});
     std::vector<Way> ways = {{"before", makeTown, [](auto&) {}}};
     for (const Way& way : makeWholeWays()) ways.push_back(way);
     for (const int drawables : arguments.drawables) {
@@ -329,15 +328,11 @@ Table measureAllFrames(const Arguments& arguments) {
     return table;
 }
 
-/** False if it cannot be written. */
-bool show(const Table& table, const std::string& csvPath) {
-    table.print(std::cout);
-    if (csvPath.empty()) return true;
-    std::ofstream csv(csvPath);
-    table.writeCsv(csv);
-    if (csv.flush()) return true;
-    std::cerr << csvPath << ": cannot be written\n";
-    return false;
+void run(const Arguments& arguments) {
+    std::vector<TitledTable> tables;
+    if (arguments.tables.count("passes")) tables.push_back({"", measureAll(arguments)});
+    if (arguments.tables.count("frames")) tables.push_back({"Frames", measureAllFrames(arguments)});
+    showTables(tables, arguments.csv);
 }
 
 }  // namespace
@@ -348,17 +343,20 @@ int main(int argc, char** argv) {
     Arguments arguments;
     app.add_option("--drawables", arguments.drawables, "Numbers of drawables, ascending")->capture_default_str();
     app.add_option("--repeats", arguments.repeats, "Rounds, of which the medians are shown")->capture_default_str();
-    app.add_option("--csv", arguments.csv, "Also write the table to this file");
+    app.add_option("--csv", arguments.csv, "Also write the tables to this file");
     app.add_option("--frames", arguments.frames, "Frames in a round, of which the median is taken")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
     app.add_option("--tables", arguments.tables, "What is measured: passes, frames or both, which is the default")
         ->check(CLI::IsMember({"passes", "frames"}));
-    app.add_option("--frames-csv", arguments.framesCsv, "Also write the table of frames to this file");
     CLI11_PARSE(app, argc, argv);
     osg::setNotifyLevel(osg::WARN);  // the optimizer writes a line for each drawable
 
-    if (arguments.tables.count("passes") && !show(measureAll(arguments), arguments.csv)) return 1;
-    if (arguments.tables.count("frames") && !show(measureAllFrames(arguments), arguments.framesCsv)) return 1;
+    try {
+        run(arguments);
+    } catch (const std::exception& error) {
+        std::cerr << "batch_benchmark: " << error.what() << "\n";
+        return 1;
+    }
     return 0;
 }

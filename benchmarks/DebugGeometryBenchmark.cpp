@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <fstream>
 #include <functional>
 #include <iostream>
 #include <string>
@@ -155,15 +154,10 @@ int main(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
 
     try {
-        const Table table = measureAll(arguments);
-        table.print(std::cout);
-        if (arguments.csv.empty()) return 0;
-        std::ofstream csv(arguments.csv);
-        table.writeCsv(csv);
-        if (csv.flush()) return 0;
-        std::cerr << arguments.csv << ": cannot be written\n";
+        benchmarks::showTables({{"", measureAll(arguments)}}, arguments.csv);
     } catch (const std::exception& error) {
         std::cerr << "debug_geometry_benchmark: " << error.what() << "\n";
+        return 1;
     }
-    return 1;
+    return 0;
 }

@@ -343,18 +343,9 @@ void run(const Arguments& arguments) {
         }
     }
 
-    const Table runs = runTable(measurements);
-    const Table jobs = jobTable(measurements);
-    runs.print(std::cout);
-    std::cout << "\nWhat the start of a process takes, and what a tile takes in it:\n";
-    jobs.print(std::cout);
-    if (arguments.csv.empty()) return;
-    std::ofstream csv(arguments.csv);
-    runs.writeCsv(csv);
-    csv << "\n";
-    jobs.writeCsv(csv);
-    csv.flush();
-    if (!csv) throw std::runtime_error(arguments.csv + ": cannot be written");
+    showTables({{"", runTable(measurements)},
+                {"What the start of a process takes, and what a tile takes in it", jobTable(measurements)}},
+               arguments.csv);
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <fstream>
+#include <exception>
 #include <iostream>
 #include <map>
 #include <string>
@@ -196,15 +196,15 @@ Table measureAll(const Arguments& arguments) {
     return table;
 }
 
-void* measureAndPrint(void* given) {
+/** @return null if all is well */
+void* measureAndShow(void* given) {
     const Arguments& arguments = *static_cast<const Arguments*>(given);
-    run(Way::Generator, *makeGraph({1000, Shape::Wide, Content::OwnStateSets}));  // the programs are known from here on
-    const Table table = measureAll(arguments);
-    table.print(std::cout);
-    if (!arguments.csv.empty()) {
-        std::ofstream csv(arguments.csv);
-        table.writeCsv(csv);
-        if (!csv.flush()) std::cerr << arguments.csv << ": cannot be written\n";
+    try {
+        run(Way::Generator, *makeGraph({1000, Shape::Wide, Content::OwnStateSets}));  // its programs are known now
+        benchmarks::showTables({{"", measureAll(arguments)}}, arguments.csv);
+    } catch (const std::exception& error) {
+        std::cerr << "shader_benchmark: " << error.what() << "\n";
+        return given;
     }
     return nullptr;
 }
@@ -223,7 +223,8 @@ int main(int argc, char** argv) {
     pthread_t thread;
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, stackSize);
-    if (pthread_create(&thread, &attributes, measureAndPrint, &arguments) != 0) return 1;
-    pthread_join(thread, nullptr);
-    return 0;
+    if (pthread_create(&thread, &attributes, measureAndShow, &arguments) != 0) return 1;
+    void* failed = nullptr;
+    pthread_join(thread, &failed);
+    return failed ? 1 : 0;
 }

@@ -127,11 +127,11 @@ void bubbleUpOneGeode(benchmark::State& state) {
 }
 
 void overGeodes(benchmark::internal::Benchmark* benchmark) {
-    benchmark->RangeMultiplier(10)->Range(10, 10000)->Unit(benchmark::kMicrosecond);
+    benchmark->ArgName("geodes")->RangeMultiplier(10)->Range(10, 10000)->Unit(benchmark::kMicrosecond);
 }
 
 void overVertices(benchmark::internal::Benchmark* benchmark) {
-    benchmark->RangeMultiplier(10)->Range(100, 10000000)->Unit(benchmark::kMicrosecond);
+    benchmark->ArgName("vertices")->RangeMultiplier(10)->Range(100, 10000000)->Unit(benchmark::kMicrosecond);
 }
 
 BENCHMARK(plainLoopOverGeodes)->Apply(overGeodes);
