@@ -321,8 +321,8 @@ Table measurePaged(const std::vector<FrameScene>& databases, const PictureBook& 
     for (const FrameScene& database : databases) addStarts(contenders, database, book, arguments.frames);
     measureInTurns(contenders, arguments.repeats);
 
-    Table table({"tiles", "view", "way", "disk_MiB", "drawn_%", "differ_%", "first_ms", "of one", "first_cpu_ms",
-                 "peak_MiB", "rest_MiB", "of one", "cull_ms", "draw_ms"});
+    Table table({"tiles", "view", "way", "disk_MiB", "drawn_%", "differ_%", "first_ms", "first/one", "first_cpu_ms",
+                 "peak_MiB", "rest_MiB", "rest/one", "cull_ms", "draw_ms"});
     for (const Contender& contender : contenders) {
         const auto number = [](std::size_t place) {
             return [place](const std::vector<double>& numbers) { return numbers.at(place); };
