@@ -7,6 +7,7 @@
 #include "WholeDatabase.h"
 
 #include <osg/Camera>
+#include <osg/ComputeBoundsVisitor>
 #include <osgDB/ReadFile>
 #include <osgDB/WriteFile>
 
@@ -23,6 +24,11 @@ namespace {
 
 constexpr double sampleRadius = 500.0;  // half of a tile's width
 constexpr double townRadius = 200.0;    // a block, but not a quarter
+
+constexpr double nearestToTown = 200.0;
+constexpr double townWidthsAway = 1.4;
+constexpr double heightAboveTown = 100.0;
+constexpr double intoTown = 500.0;
 
 // The sample database begins at the origin with a tile of 1000 by 1000 units, no hill of which is higher than 84.
 const Outlook sampleStreet = {"street", {395, 400, 85}, {470, 512, 50}};
@@ -46,12 +52,28 @@ void write(const osg::Node& graph, const fs::path& file) {
     if (!osgDB::writeNodeFile(graph, file.string())) throw std::runtime_error(file.string() + ": cannot be written");
 }
 
-Outlook outlookOf(const std::string& name, const fs::path& file, FrameView view) {
-    const std::vector<double> places = measureInChild([&file, view] {
+using Look = std::function<void(offscreen::SceneRenderer&, osg::Node&)>;
+
+Look along(FrameView view) {
+    return [view](auto& renderer, auto& scene) { look(renderer, scene, view); };
+}
+
+/** Along a town, which is long and narrow, from before its western end. */
+void lookFromTheWest(offscreen::SceneRenderer& renderer, osg::Node& scene) {
+    osg::ComputeBoundsVisitor bounds;
+    scene.accept(bounds);
+    const osg::BoundingBox& box = bounds.getBoundingBox();
+    const double distance = nearestToTown + townWidthsAway * (box.yMax() - box.yMin());
+    const osg::Vec3d west(box.xMin(), box.center().y(), box.zMax());
+    renderer.setView(west + osg::Vec3d(-distance, 0.0, heightAboveTown), west + osg::Vec3d(intoTown, 0.0, 0.0));
+}
+
+Outlook outlookOf(const std::string& name, const fs::path& file, const Look& lookAt) {
+    const std::vector<double> places = measureInChild([&file, &lookAt] {
         const osg::ref_ptr<osg::Node> scene = readScene(file);
         offscreen::SceneRenderer renderer(frameWidth, frameHeight);
         renderer.setScene(scene);
-        look(renderer, *scene, view);
+        lookAt(renderer, *scene);
         osg::Vec3d eye, target, up;
         renderer.viewer().getCamera()->getViewMatrixAsLookAt(eye, target, up);
         return std::vector<double>{eye.x(), eye.y(), eye.z(), target.x(), target.y(), target.z()};
@@ -71,7 +93,7 @@ FrameScene SceneMaker::makeSample(unsigned int tiles) const {
     runTool({"export", (folder / "flt" / "master.flt").string(), graph.string()});
     return {name,
             {{"before", graph}, optimized(graph, 0.0), optimized(graph, sampleRadius)},
-            {outlookOf("whole", graph, FrameView::Whole), sampleStreet}};
+            {outlookOf("whole", graph, along(FrameView::Whole)), sampleStreet}};
 }
 
 FrameScene SceneMaker::makeTown(int drawables) const {
@@ -81,7 +103,7 @@ FrameScene SceneMaker::makeTown(int drawables) const {
     runInChild([drawables, &graph] { write(*TownBuilder().makeTown(drawables), graph); });
     return {name,
             {{"before", graph}, optimized(graph, 0.0), optimized(graph, townRadius)},
-            {outlookOf("whole", graph, FrameView::Whole), outlookOf("street", graph, FrameView::Street)}};
+            {outlookOf("whole", graph, lookFromTheWest), outlookOf("street", graph, along(FrameView::Street))}};
 }
 
 FrameScene SceneMaker::makeDatabase(unsigned int tiles, double maxRange) const {

@@ -66,10 +66,10 @@ done
 "$tool" axes axes.osgt --size 12
 "$tool" export sample/models/house_0.flt house.osgt
 "$scenes" tile.osgt house.osgt axes.osgt .
-house=(--size 360x240 --eye=-28,-44,24 --look-at 0,0,5)
-mound=(--size 240x160 --eye 46,-50,62 --look-at 46,15,18)
+house=(--size 360x240 --eye=-28,-44,24 --look-at 0,0,6)
+mound=(--size 240x160 --eye 38,-36,54 --look-at 46,15,15)
 draw wireframe.osgb wireframe.png --size 360x225 --eye=395,-300,240 --look-at 480,512,30
-draw axes.osgb axes.png "${house[@]}"
+draw axes.osgb axes.png --size 360x240 --eye=-20,-31,20 --look-at 5,5,6
 draw marks.osgb marks.png "${house[@]}"
 draw clay.osgb soil-clay.png "${mound[@]}"
 draw sand.osgb soil-sand.png "${mound[@]}"

@@ -8,7 +8,9 @@
 
 #include <osg/Group>
 #include <osg/Image>
+#include <osg/LineWidth>
 #include <osg/Math>
+#include <osg/MatrixTransform>
 #include <osg/Program>
 #include <osg/Texture2D>
 #include <osgDB/ReadFile>
@@ -90,6 +92,21 @@ osg::ref_ptr<osg::Vec3Array> circle(float radius, unsigned int corners) {
     return points;
 }
 
+/** Puts a corner of a house of 10 by 10 units near the origin. */
+osg::ref_ptr<osg::Node> besideOrigin(const osg::ref_ptr<osg::Node>& house) {
+    osg::ref_ptr<osg::MatrixTransform> moved = new osg::MatrixTransform(osg::Matrix::translate(6.0, 6.0, 0.0));
+    moved->addChild(house);
+    return moved;
+}
+
+/** With lines that are seen in a small picture. */
+osg::ref_ptr<osg::Node> wide(const osg::ref_ptr<osg::Node>& lines) {
+    osg::ref_ptr<osg::Group> group = new osg::Group;
+    group->addChild(lines);
+    group->getOrCreateStateSet()->setAttribute(new osg::LineWidth(3.0f));
+    return group;
+}
+
 /** Around a house of 10 by 10 by 14 units on the origin. */
 osg::ref_ptr<osg::Node> marksOfHouse() {
     osg::ref_ptr<SimpleGeometryGenerator> marks = new SimpleGeometryGenerator;
@@ -98,7 +115,7 @@ osg::ref_ptr<osg::Node> marksOfHouse() {
     marks->addLine(osg::Vec3f(-18, -14, 12), osg::Vec3f(0, -5, 7), osg::Vec4f(1, 0, 0, 1));
     for (const float height : {0.1f, 4.0f, 8.0f})
         marks->addLoop(circle(10.0f, 32), osg::Vec3f(0, 0, height), osg::Vec4f(1, 1, 0, 1));
-    marks->addTriangle(osg::Vec3f(6, -12, 0), osg::Vec3f(16, -12, 0), osg::Vec3f(11, -12, 9),
+    marks->addTriangle(osg::Vec3f(-8, -12, 0), osg::Vec3f(3, -12, 0), osg::Vec3f(-2.5f, -12, 9),
                        osg::Vec4f(0, 1, 1, 0.5f));
     marks->getOrCreateStateSet()->setMode(GL_LIGHTING, osg::StateAttribute::OFF);
     return marks;
@@ -142,7 +159,7 @@ int main(int argc, char** argv) {
     try {
         const osg::ref_ptr<osg::Node> tile = read(argv[1]), house = read(argv[2]);
         write(groupOf(tile, wireframeOf(tile)), folder + "wireframe.osgb");
-        write(groupOf(house, read(argv[3])), folder + "axes.osgb");
+        write(groupOf(besideOrigin(house), wide(read(argv[3]))), folder + "axes.osgb");
         write(groupOf(house, marksOfHouse()), folder + "marks.osgb");
         write(makeSoil(0.8f, 0.1f, 0.1f), folder + "clay.osgb");
         write(makeSoil(0.1f, 0.1f, 0.8f), folder + "sand.osgb");
