@@ -18,6 +18,7 @@ namespace {
 constexpr std::size_t channels = 3;
 constexpr int mostRounding = 8;  // of 255
 constexpr double wholeRange = 255.0;
+constexpr double percent = 100.0;
 
 using Color = std::array<int, channels>;
 
@@ -40,22 +41,26 @@ osg::ref_ptr<osg::Image> readPicture(const fs::path& file) {
 
 PictureComparison comparePictures(const fs::path& picture, const fs::path& other) {
     const osg::ref_ptr<osg::Image> left = readPicture(picture), right = readPicture(other);
-    double drawn = 0.0, differing = 0.0, sum = 0.0;
+    double drawn = 0.0, inEither = 0.0, differing = 0.0, sum = 0.0;
     for (int row = 0; row < left->t(); ++row) {
         for (int column = 0; column < left->s(); ++column) {
             const Color one = colorAt(*left, column, row), two = colorAt(*right, column, row);
+            if (one != background) drawn += 1.0;
+            if (one == background && two == background) continue;
+            inEither += 1.0;
             int largest = 0;
             for (std::size_t i = 0; i < channels; ++i) {
                 const int difference = std::abs(one[i] - two[i]);
                 largest = std::max(largest, difference);
                 sum += difference;
             }
-            drawn += one != background ? 1.0 : 0.0;
-            differing += largest > mostRounding ? 1.0 : 0.0;
+            if (largest > mostRounding) differing += 1.0;
         }
     }
-    const double percent = 100.0 / (static_cast<double>(left->s()) * left->t());
-    return {drawn * percent, differing * percent, sum * percent / (channels * wholeRange)};
+    if (inEither == 0.0) return {};
+    const double pixels = static_cast<double>(left->s()) * left->t();
+    return {percent * drawn / pixels, percent * differing / inEither,
+            percent * sum / (inEither * channels * wholeRange)};
 }
 
 void writePicture(const osg::Image& picture, const fs::path& file) {

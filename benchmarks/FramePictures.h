@@ -6,11 +6,11 @@
 
 namespace veltrane::sceneutils::benchmarks {
 
-/** In percent of all pixels. */
+/** In percent. Only pixels count that something was drawn to in either picture. */
 struct PictureComparison {
-    double drawn = 0.0;    ///< of the first picture: are not of the colour of an empty one
-    double differs = 0.0;  ///< one of the three colours differs by more than rounding and lighting make of it
-    double mean = 0.0;     ///< of all differences, in percent of the whole range of a colour
+    double drawn = 0.0;    ///< pixels of the first picture, of all pixels
+    double differs = 0.0;  ///< pixels one of whose colours differs by more than 8 of 255
+    double mean = 0.0;     ///< difference of a colour on average, of its whole range
 };
 
 /** Compares pictures of one size, three bytes a pixel. @throws std::runtime_error if one cannot be read */
