@@ -123,7 +123,7 @@ FrameScene SceneMaker::makeDatabase(unsigned int tiles, double maxRange) const {
     runInChild([&] { write(*readWholeDatabase(paged, TileRanges::Keep), ranges); });
     runInChild([&] { write(*readWholeDatabase(paged, TileRanges::Drop), one); });
     return {std::to_string(tiles),
-            {{"one file", one},
+            {{"one file", one, false, true},
              {"one file with ranges", ranges},
              {"paged", paged, true},
              {"paged with textures", embedded, true}},

@@ -21,10 +21,11 @@ struct Outlook {
 struct Arrangement {
     std::string name;
     std::filesystem::path file;
-    bool isPaged = false;  ///< the file needs the others of its folder
+    bool isPaged = false;    ///< the file needs the others of its folder
+    bool showsMore = false;  ///< than the others: what lies beyond its range too
 };
 
-/** A scene, as it was made at first and in other ways, that all show the same. */
+/** A scene, as it was made at first and in other ways. */
 struct FrameScene {
     std::string name;
     std::vector<Arrangement> arrangements;
