@@ -32,7 +32,7 @@ constexpr double intoTown = 500.0;
 
 // The sample database begins at the origin with a tile of 1000 by 1000 units, no hill of which is higher than 84.
 const Outlook sampleStreet = {"street", {395, 400, 85}, {470, 512, 50}};
-const Outlook overOneTile = {"one tile", {470, 512, 500}, {470, 512, 0}};
+const Outlook overOneTile = {"one tile", {500, 500, 750}, {500, 500, 0}};
 const Outlook toTheHorizon = {"horizon", {395, 330, 110}, {1200, 2500, 30}};
 
 std::string asText(double number) {

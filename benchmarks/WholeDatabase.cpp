@@ -8,6 +8,8 @@
 #include <osg/LOD>
 #include <osg/NodeVisitor>
 #include <osg/PagedLOD>
+#include <osg/Program>
+#include <osg/StateAttribute>
 #include <osg/Texture2D>
 
 #include <map>
@@ -56,23 +58,39 @@ private:
     std::map<fs::path, osg::ref_ptr<osg::Node>> _graphs;
 };
 
-/** Puts one texture in place of all that have the same pixels and settings. */
-class TextureSharer : public StateSetVisitor {
+/** Puts one texture or program in place of all that have the same content, as in a graph that was made at once. */
+class StateSharer : public StateSetVisitor {
 public:
     using StateSetVisitor::apply;
 
     void apply(osg::StateSet& state) override {
+        if (const auto* const pair = state.getAttributePair(osg::StateAttribute::PROGRAM)) {
+            const auto [program, strength] = *pair;
+            state.setAttribute(share(contentOf(static_cast<const osg::Program&>(*program)), program), strength);
+        }
         for (unsigned int unit = 0; unit < state.getTextureAttributeList().size(); ++unit) {
-            auto* const texture =
-                dynamic_cast<osg::Texture2D*>(state.getTextureAttribute(unit, osg::StateAttribute::TEXTURE));
+            const auto* const pair = state.getTextureAttributePair(unit, osg::StateAttribute::TEXTURE);
+            const auto* const texture = pair ? dynamic_cast<const osg::Texture2D*>(pair->first.get()) : nullptr;
             if (!texture || !texture->getImage()) continue;
-            osg::ref_ptr<osg::Texture2D>& shared = _textures[contentOf(*texture)];
-            if (!shared) shared = texture;
-            if (shared != texture) state.setTextureAttribute(unit, shared);
+            const auto [attribute, strength] = *pair;
+            state.setTextureAttribute(unit, share(contentOf(*texture), attribute), strength);
         }
     }
 
 private:
+    osg::StateAttribute* share(const std::string& content, const osg::ref_ptr<osg::StateAttribute>& attribute) {
+        return _shared.emplace(content, attribute).first->second;
+    }
+
+    static std::string contentOf(const osg::Program& program) {
+        std::string content = program.getName();
+        for (unsigned int i = 0; i < program.getNumShaders(); ++i) {
+            const osg::Shader& shader = *program.getShader(i);
+            content += "\n" + std::to_string(shader.getType()) + "\n" + shader.getShaderSource();
+        }
+        return content;
+    }
+
     static std::string contentOf(const osg::Texture2D& texture) {
         const osg::Image& image = *texture.getImage();
         std::string content(reinterpret_cast<const char*>(image.data()), image.getTotalSizeInBytes());
@@ -85,14 +103,14 @@ private:
         return content;
     }
 
-    std::map<std::string, osg::ref_ptr<osg::Texture2D>> _textures;
+    std::map<std::string, osg::ref_ptr<osg::StateAttribute>> _shared;
 };
 
 }  // namespace
 
 osg::ref_ptr<osg::Node> readWholeDatabase(const fs::path& master, TileRanges ranges) {
     osg::ref_ptr<osg::Node> whole = TileJoiner(ranges).read(master);
-    TextureSharer sharer;
+    StateSharer sharer;
     whole->accept(sharer);
     return whole;
 }

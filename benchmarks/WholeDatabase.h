@@ -12,7 +12,7 @@ enum class TileRanges { Keep, Drop };
 
 /**
  * Reads a paged database with all of its tiles into one graph, in which each paged LOD is an LOD, or a group if the
- * ranges are dropped. Files and textures that occur in many places are shared, as far as they are the same.
+ * ranges are dropped. Files, textures and programs that occur in many places are shared, as far as they are the same.
  * @throws std::runtime_error if a file cannot be read
  */
 osg::ref_ptr<osg::Node> readWholeDatabase(const std::filesystem::path& master, TileRanges ranges);
