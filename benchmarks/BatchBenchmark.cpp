@@ -1,7 +1,10 @@
 #include "ChildMeasurement.h"
+#include "DrawableCounter.h"
 #include "FrameTimes.h"
+#include "Median.h"
 #include "Table.h"
 #include "ThreadTime.h"
+#include "Town.h"
 
 #include <sceneutils/FlattenUselessLODs.h>
 #include <sceneutils/MyCopySharedSubgraphsVisitor.h>
@@ -10,10 +13,9 @@
 #include <sceneutils/RemoveNamesAndDescriptions.h>
 #include <sceneutils/UnspatializeSmallAreas.h>
 
-#include <osg/Geode>
-#include <osg/Geometry>
+#include <osg/Group>
 #include <osg/LOD>
-#include <osg/MatrixTransform>
+#include <osg/Node>
 #include <osg/Notify>
 #include <osgUtil/Optimizer>
 
@@ -33,77 +35,12 @@ using namespace veltrane::sceneutils::benchmarks;
 
 namespace {
 
-constexpr int modelsPerBlock = 10;
-constexpr int blocksPerQuarter = 10;
-constexpr int blocksPerRow = 100;
-constexpr float blockSize = 100.0f;
-constexpr int distinctStates = 3;
 constexpr int placesPerModel = 100;    // of shared models
 constexpr double smallRadius = 200.0;  // a block, but not a quarter
 constexpr double largeRadius = 1e9;
 
 using Node = osg::ref_ptr<osg::Node>;
 using Group = osg::ref_ptr<osg::Group>;
-
-/** Makes towns: quarters of blocks of models, one state in turn after the other. */
-class Builder {
-public:
-    Builder() {
-        for (int i = 0; i < distinctStates; ++i) {
-            _states.push_back(new osg::StateSet);
-            _states.back()->setMode(GL_LIGHT0 + static_cast<unsigned int>(i), osg::StateAttribute::ON);
-        }
-    }
-
-    Node makeModel(int index) const {
-        const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
-        const int block = index / modelsPerBlock;
-        const osg::Vec3 corner(blockSize * static_cast<float>(block % blocksPerRow),
-                               blockSize * static_cast<float>(block / blocksPerRow), 0.0f);
-        geode->addDrawable(osg::createTexturedQuadGeometry(corner, osg::Vec3(10, 0, 0), osg::Vec3(0, 10, 0)));
-        geode->setStateSet(_states[static_cast<std::size_t>(index % distinctStates)]);
-        geode->setName("model");
-        return geode;
-    }
-
-    /** Ten drawables: two levels of detail of a tree, one house under a transform, one seen always, six others. */
-    Group makeBlock(int first) const {
-        const Group block = new osg::Group;
-        const osg::ref_ptr<osg::LOD> tree = new osg::LOD, always = new osg::LOD;
-        tree->addChild(makeModel(first), 0.0f, 100.0f);
-        tree->addChild(makeModel(first + 1), 100.0f, 1000.0f);
-        always->addChild(makeModel(first + 2), 0.0f, 20000.0f);
-        block->addChild(tree);
-        block->addChild(always);
-        block->addChild(makeTransform(makeModel(first + 3)));
-        for (int i = 4; i < modelsPerBlock; ++i) block->addChild(makeModel(first + i));
-        return block;
-    }
-
-    Group makeTown(int drawables) const {
-        const Group town = new osg::Group;
-        Group quarter;
-        for (int block = 0; block < drawables / modelsPerBlock; ++block) {
-            if (block % blocksPerQuarter == 0) {
-                quarter = new osg::Group;
-                town->addChild(quarter);
-            }
-            quarter->addChild(makeBlock(block * modelsPerBlock));
-        }
-        return town;
-    }
-
-    static Group makeTransform(const Node& child) {
-        const osg::ref_ptr<osg::MatrixTransform> transform =
-            new osg::MatrixTransform(osg::Matrixd::translate(20, 0, 0));
-        transform->setDataVariance(osg::Object::STATIC);
-        transform->addChild(child);
-        return transform;
-    }
-
-private:
-    std::vector<osg::ref_ptr<osg::StateSet>> _states;
-};
 
 Group makeSiblings(int count, const std::function<Node(int)>& make) {
     const Group root = new osg::Group;
@@ -112,7 +49,7 @@ Group makeSiblings(int count, const std::function<Node(int)>& make) {
 }
 
 Group makeUselessLODs(int count) {
-    const Builder builder;
+    const TownBuilder builder;
     return makeSiblings(count, [&builder](int i) {
         const osg::ref_ptr<osg::LOD> lod = new osg::LOD;
         lod->addChild(builder.makeModel(i), 0.0f, 20000.0f);
@@ -121,21 +58,21 @@ Group makeUselessLODs(int count) {
 }
 
 Group makeTransforms(int count) {
-    const Builder builder;
-    return makeSiblings(count, [&builder](int i) { return Builder::makeTransform(builder.makeModel(i)); });
+    const TownBuilder builder;
+    return makeSiblings(count, [&builder](int i) { return TownBuilder::makeTransform(builder.makeModel(i)); });
 }
 
 Group makeSharedModels(int count) {
-    const Builder builder;
+    const TownBuilder builder;
     std::vector<Node> models;
     for (int i = 0; i < std::max(1, count / placesPerModel); ++i) models.push_back(builder.makeModel(i));
     return makeSiblings(count, [&models](int i) {
-        return Builder::makeTransform(models[static_cast<std::size_t>(i) % models.size()]);
+        return TownBuilder::makeTransform(models[static_cast<std::size_t>(i) % models.size()]);
     });
 }
 
 Group makeTwinSiblings(int count) {
-    const Builder builder;
+    const TownBuilder builder;
     const Group left = makeSiblings(count / 2, [&builder](int i) { return builder.makeModel(i); });
     const Group right = makeSiblings(count / 2, [&left, count](int i) {
         return Node(left->getChild(static_cast<unsigned int>(count / 2 - 1 - i)));
@@ -166,7 +103,7 @@ struct Way {
 };
 
 Group makeTown(int drawables) {
-    return Builder().makeTown(drawables);
+    return TownBuilder().makeTown(drawables);
 }
 
 /** What is done to a whole town. */
@@ -195,18 +132,6 @@ std::vector<Way> makeWays() {
     };
     ways.insert(ways.end(), steps.begin(), steps.end());
     return ways;
-}
-
-class DrawableCounter : public osg::NodeVisitor {
-public:
-    DrawableCounter() : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN) {}
-    void apply(osg::Drawable&) override { ++count; }
-    int count = 0;
-};
-
-double medianOf(std::vector<double> numbers) {
-    std::sort(numbers.begin(), numbers.end());
-    return numbers[numbers.size() / 2];
 }
 
 struct Measurement {

@@ -87,4 +87,8 @@ double MemoryWatch::peak() const {
     return statusMebibytes("VmHWM") - _resident;
 }
 
+double MemoryWatch::resident() const {
+    return statusMebibytes("VmRSS") - _resident;
+}
+
 }  // namespace veltrane::sceneutils::benchmarks

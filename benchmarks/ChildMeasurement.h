@@ -25,6 +25,9 @@ public:
     /** By how much resident memory was larger than at the beginning, at most. */
     double peak() const;
 
+    /** By how much resident memory is larger than at the beginning, what was freed but not given back included. */
+    double resident() const;
+
 private:
     double _allocated;
     double _resident;

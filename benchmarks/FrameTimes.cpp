@@ -1,14 +1,12 @@
 #include "FrameTimes.h"
 
+#include "Median.h"
 #include "ThreadTime.h"
-
-#include <offscreen/SceneRenderer.h>
 
 #include <osg/Camera>
 #include <osg/ComputeBoundsVisitor>
 #include <osg/CullSettings>
 
-#include <algorithm>
 #include <cstdlib>
 #include <vector>
 
@@ -16,8 +14,6 @@ namespace veltrane::sceneutils::benchmarks {
 
 namespace {
 
-constexpr int width = 640;
-constexpr int height = 480;
 constexpr int framesToWarmUp = 3;
 constexpr double eyeHeight = 20.0;
 
@@ -28,6 +24,12 @@ public:
     mutable double time = 0.0;
 };
 
+}  // namespace
+
+void keepDriverOnOneThread() {
+    setenv("LP_NUM_THREADS", "0", 1);
+}
+
 void look(offscreen::SceneRenderer& renderer, osg::Node& scene, FrameView view) {
     renderer.setHomeView();
     if (view == FrameView::Whole) return;
@@ -37,20 +39,13 @@ void look(offscreen::SceneRenderer& renderer, osg::Node& scene, FrameView view) 
     renderer.setView(eye, eye + osg::X_AXIS);
 }
 
-double medianOf(std::vector<double> numbers) {
-    std::sort(numbers.begin(), numbers.end());
-    return numbers[numbers.size() / 2];
-}
-
-}  // namespace
-
-FrameTimes measureFrames(osg::Node& scene, FrameView view, int frames) {
-    setenv("LP_NUM_THREADS", "0", 1);
-    offscreen::SceneRenderer renderer(width, height);
-    renderer.setScene(&scene);
-    look(renderer, scene, view);
+void showSmallThings(offscreen::SceneRenderer& renderer) {
     osg::Camera& camera = *renderer.viewer().getCamera();
     camera.setCullingMode(camera.getCullingMode() & ~osg::CullSettings::SMALL_FEATURE_CULLING);
+}
+
+FrameTimes timeFrames(offscreen::SceneRenderer& renderer, int frames) {
+    osg::Camera& camera = *renderer.viewer().getCamera();
     const osg::ref_ptr<DrawingBegins> drawing = new DrawingBegins;
     camera.setInitialDrawCallback(drawing);
 
@@ -64,7 +59,17 @@ FrameTimes measureFrames(osg::Node& scene, FrameView view, int frames) {
         culls.push_back(drawing->time - start);
         draws.push_back(end - drawing->time);
     }
+    camera.setInitialDrawCallback(nullptr);
     return {medianOf(culls), medianOf(draws)};
+}
+
+FrameTimes measureFrames(osg::Node& scene, FrameView view, int frames) {
+    keepDriverOnOneThread();
+    offscreen::SceneRenderer renderer(frameWidth, frameHeight);
+    renderer.setScene(&scene);
+    look(renderer, scene, view);
+    showSmallThings(renderer);
+    return timeFrames(renderer, frames);
 }
 
 }  // namespace veltrane::sceneutils::benchmarks

@@ -1,8 +1,13 @@
 #pragma once
 
+#include <offscreen/SceneRenderer.h>
+
 #include <osg/Node>
 
 namespace veltrane::sceneutils::benchmarks {
+
+constexpr int frameWidth = 640;  ///< of the frames that are measured, in pixels
+constexpr int frameHeight = 480;
 
 /** From where a scene is looked at. */
 enum class FrameView {
@@ -16,10 +21,19 @@ struct FrameTimes {
     double draw = 0.0;  ///< until the driver has drawn everything
 };
 
-/**
- * Draws frames of 640 by 480 pixels. Small things are not left out, so that all ways of arranging a scene draw the
- * same. A software driver works on this thread and is measured with it; call this before anything else has been drawn.
- */
+/** Lets a software driver work on the thread that draws, which is measured. Call it before anything has been drawn. */
+void keepDriverOnOneThread();
+
+/** Looks at the renderer's scene, which is given once more. */
+void look(offscreen::SceneRenderer& renderer, osg::Node& scene, FrameView view);
+
+/** Small things are not left out, so that all ways of arranging a scene draw the same. */
+void showSmallThings(offscreen::SceneRenderer& renderer);
+
+/** Draws what the renderer shows, a few times more often than is measured. */
+FrameTimes timeFrames(offscreen::SceneRenderer& renderer, int frames);
+
+/** Draws frames of a scene with its small things. Call this before anything else has been drawn. */
 FrameTimes measureFrames(osg::Node& scene, FrameView view, int frames);
 
 }  // namespace veltrane::sceneutils::benchmarks

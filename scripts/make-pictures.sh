@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# Makes the pictures of the pages, from the sample database. Needs the tool built; look at each picture afterwards.
+# Makes the pictures of the pages, from the sample database. Needs the tool and the program sceneutils_picture_scenes (of
+# tests/docs) built; look at each picture afterwards.
 #
-#     scripts/make-pictures.sh [TOOL [FOLDER]]      FOLDER: where they go (docs/pictures)
+#     scripts/make-pictures.sh [TOOL [FOLDER [SCENES]]]      FOLDER: where they go (docs/pictures), SCENES: that program
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 tool=$(realpath "${1:-build/release/apps/sceneutils/sceneutils}")
 pictures=$(realpath "${2:-docs/pictures}")
+scenes=$(realpath "${3:-build/release/tests/docs/sceneutils_picture_scenes}")
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -59,3 +61,15 @@ done
 "$tool" lods one/master.flt lods.ive
 "$tool" markup lods.ive marked.ive --picture "$pictures/markup.png" --size 1200x700 --overwrite
 "$tool" markup lods.ive chains.ive --path kiosks --picture "$pictures/markup-path.png" --size 1200x700 --overwrite
+
+# What the functions of the library make: an overlay, axes, marks, soil.
+"$tool" axes axes.osgt --size 12
+"$tool" export sample/models/house_0.flt house.osgt
+"$scenes" tile.osgt house.osgt axes.osgt .
+house=(--size 360x240 --eye=-28,-44,24 --look-at 0,0,6)
+mound=(--size 240x160 --eye 38,-36,54 --look-at 46,15,15)
+draw wireframe.osgb wireframe.png --size 360x225 --eye=395,-300,240 --look-at 480,512,30
+draw axes.osgb axes.png --size 360x240 --eye=-20,-31,20 --look-at 5,5,6
+draw marks.osgb marks.png "${house[@]}"
+draw clay.osgb soil-clay.png "${mound[@]}"
+draw sand.osgb soil-sand.png "${mound[@]}"
