@@ -98,6 +98,14 @@ PROGRAMS = (
         Rows("frame", "{lines} lines", (Column("processor time", "frame_ms", "ms"),)),
         Rows("frame after adding", "{lines} lines", (Column("processor time", "frame_after_ms", "ms"),)),
     ), draws=True),
+    Program("frame", ["--sample-tiles", "4", "--drawables", "1000", "--tiles", "4", "--frames", "5"], (
+        Rows("{way}, {view}", "{scene}", (Column("frame", "cull_ms + draw_ms", "ms", "of before", "before"),)),
+        Rows("{way}, {view}", "{scene}", (Column("frame", "cull_ms + draw_ms", "ms", "of fixed", "fixed function"),)),
+        Rows("{way}, {view}", "{tiles} tiles", (
+            Column("clock of the first picture", "first_ms", "ms", "first/one", "one file"),
+            Column("processor time of the first picture", "first_cpu_ms", "ms"),
+            Column("memory", "rest_MiB", "MiB", "rest/one", "one file"))),
+    ), draws=True),
 )
 
 
