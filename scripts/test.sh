@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds with warnings as errors and runs every test.
 #
-#     scripts/test.sh [PRESET]      PRESET: release (default), debug or asan
+#     scripts/test.sh [PRESET]      PRESET: release (default), debug, asan or tsan (the tests of threads alone)
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 preset=${1:-release}
@@ -26,6 +26,7 @@ ctest --preset "$preset" && exit 0
 # A picture test was seen to fail under the leak checker once in a thousand runs, and then no more. So a few tests may
 # run again, and are named whatever comes of it; what fails twice is at fault.
 print_failures
+[ "$preset" != tsan ] || exit 1  # a race that shows once is one
 failed=$(cat "$logs/LastTestsFailed.log")
 [ "$(wc -l <<<"$failed")" -le "$most_to_run_again" ] || exit 1
 printf 'test: failed, and run once more:\n%s\n' "$failed"

@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 
+#include "files/Interruption.h"
 #include "files/PlainText.h"
 
 #include <CLI/CLI.hpp>
@@ -27,6 +28,7 @@ int fail(ExitStatus status, const std::string& message) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    endCleanlyWithoutMemory();
     osg::setNotifyLevel(
         osg::WARN);  // what OpenSceneGraph says below that goes to standard output, which is for results
 

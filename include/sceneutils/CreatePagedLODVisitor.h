@@ -44,7 +44,8 @@ namespace veltrane::sceneutils {
  * - While a file is read, the osgDB registry holds a fresh object cache; its own is put back afterwards. The OpenFlight
  *   reader would otherwise keep every model and let files share textures that the optimiser then changes.
  * - References that lead in a circle end at the first file that is already being converted.
- * - Uses the process-wide registry and shader generator: one conversion at a time in a process.
+ * - Uses the process-wide registry and shader generator: one conversion at a time in a process. Other threads must not
+ *   read files or make texts meanwhile, which goes by the registry's object cache; they may use other tools.
  */
 class SCENEUTILS_EXPORT CreatePagedLODVisitor : public osg::NodeVisitor {
 public:

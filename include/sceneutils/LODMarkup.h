@@ -33,7 +33,8 @@ namespace veltrane::sceneutils {
  *
  * A tool for developing scenes: it writes files into the working directory and is not made to be fast. All lengths are
  * in graph units. No state is kept. One instance serves one thread at a time; the generated shaders are shared, see
- * ShaderGenerator.
+ * ShaderGenerator. Of markupPath() and addToGeometry() only one may run in a process at a time, and no other thread may
+ * make texts meanwhile: OpenSceneGraph's fonts are shared, and so are the files.
  */
 class SCENEUTILS_EXPORT LODMarkup : public osg::NodeVisitor {
 public:

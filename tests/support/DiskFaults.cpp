@@ -4,6 +4,7 @@
 //   SCENEUTILS_TEST_FULL   writes to files with this in their names fail: the disk is full
 //   SCENEUTILS_TEST_BROKEN bringing files with this in their names to the disk fails
 //   SCENEUTILS_TEST_UNREADABLE  reading files with this in their names fails
+//   SCENEUTILS_TEST_BADSECTOR   reading them as streams does, which the tool's own look at OpenFlight files is not
 //   SCENEUTILS_TEST_KILL   who is about to give a file a name with this in it is killed
 //   SCENEUTILS_TEST_SLEEP  whoever converts and opens a file with this in its name waits for ever
 
@@ -57,9 +58,8 @@ bool isFull(int file) {
     return true;
 }
 
-bool isUnreadable(int file) {
-    if (!std::getenv("SCENEUTILS_TEST_UNREADABLE") || !isMeant("SCENEUTILS_TEST_UNREADABLE", pathOf(file)))
-        return false;
+bool isUnreadable(int file, const char* variable) {
+    if (!std::getenv(variable) || !isMeant(variable, pathOf(file))) return false;
     errno = EIO;
     return true;
 }
@@ -110,7 +110,12 @@ ssize_t pwrite(int file, const void* bytes, size_t count, off_t offset) {
 
 ssize_t pread(int file, void* bytes, size_t count, off_t offset) {
     static const auto really = original(&pread, "pread");
-    return isUnreadable(file) ? -1 : really(file, bytes, count, offset);
+    return isUnreadable(file, "SCENEUTILS_TEST_UNREADABLE") ? -1 : really(file, bytes, count, offset);
+}
+
+ssize_t read(int file, void* bytes, size_t count) {
+    static const auto really = original(&read, "read");
+    return isUnreadable(file, "SCENEUTILS_TEST_BADSECTOR") ? -1 : really(file, bytes, count);
 }
 
 int fsync(int file) {

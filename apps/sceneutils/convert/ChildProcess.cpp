@@ -155,10 +155,10 @@ void tellThatMemoryIsUsedUp() {
     _exit(1);
 }
 
+// There may be no more of it without a limit, too. Going on after that, OpenSceneGraph would leave something out.
 void limitMemory(std::uint64_t bytes, int pipeEnd) {
-    if (bytes == 0 || !canLimitMemory()) return;
     const rlimit data = {bytes, bytes};
-    setrlimit(RLIMIT_DATA, &data);
+    if (bytes != 0 && canLimitMemory()) setrlimit(RLIMIT_DATA, &data);
     childsPipeEnd = pipeEnd;
     std::set_new_handler(tellThatMemoryIsUsedUp);
 }
@@ -187,6 +187,7 @@ void allowMoreProcessorTime(unsigned int seconds) {
     const rlimit noCoreFile = {0, 0};
     setrlimit(RLIMIT_CORE, &noCoreFile);
     std::signal(SIGPIPE, SIG_IGN);
+    std::set_new_handler([] { _exit(1); });
     int status = 0;
     try {
         work();
@@ -350,7 +351,13 @@ ChildEnd runProgram(const std::vector<std::string>& arguments, const std::functi
         beProgram(parent, arguments, pipe.writing(), pidVariable);
     }
     pipe.closeWriting();
-    readLines(pipe.reading(), onLine);
+    try {
+        readLines(pipe.reading(), onLine);
+    } catch (...) {
+        kill(child, SIGTERM);
+        reap(child);
+        throw;
+    }
     return endOf(child);
 }
 

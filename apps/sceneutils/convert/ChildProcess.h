@@ -43,7 +43,7 @@ struct ChildEnd {
     int exitStatus = 0;             ///< if it ended by itself
     int signal = 0;                 ///< what ended it; 0: it ended by itself
     bool tookTooLong = false;       ///< by the clock
-    bool neededMoreMemory = false;  ///< than the limit
+    bool neededMoreMemory = false;  ///< than the limit, or than there is
 };
 
 /** Whether ChildLimits::memoryBytes has an effect in this build: AddressSanitizer leaves no room for it. */
@@ -59,7 +59,8 @@ constexpr bool canLimitMemory() {
  * Runs `work` in a copy of this process and waits for it. A crash of the child leaves this process unharmed, and what
  * the child changes in memory dies with it; it speaks through messages, which are handed to `receive` one by one while
  * it works. The child dies with its parent, leaves no core file, is ended by SIGXCPU when it has used its processor
- * time, by SIGKILL when its time by the clock is over, and with status 1 when it needs more memory.
+ * time, by SIGKILL when its time by the clock is over, and with status 1 when it needs more memory than it may have or
+ * there is.
  * @throws std::system_error if no process can be had; what `receive` throws, when the child has been ended
  */
 ChildEnd runInChild(const ChildLimits& limits, const std::function<void(const MessageSender&)>& work,

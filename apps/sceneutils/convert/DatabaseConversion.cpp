@@ -77,7 +77,8 @@ void DatabaseConversion::convertInChild(std::size_t file, osg::Referenced* palet
             },
             [&](const std::string& message) { receive(message); });
         if (_states[file].isFinished) return;
-        result.problem = whyItEnded(end, _states[file].phase, _plan.options.secondsPerFile);
+        const std::string& lastPhase = _states[file].phase;
+        result.problem = whyItEnded(end, lastPhase.empty() ? phase::reading : lastPhase, _plan.options.secondsPerFile);
         const std::string& output = _states[file].output;
         if (!output.empty()) {
             std::error_code ignored;
@@ -99,8 +100,13 @@ void DatabaseConversion::convert(std::size_t file, osg::Referenced* palettes) {
     const auto obtainReference = [&](std::size_t reference, osg::Referenced* itsPalettes) {
         return obtain(_plan.files[file].references[reference].target, itsPalettes);
     };
-    FileOutcome outcome =
-        convertFile(jobOf(_plan, file), palettes, _texturesPlaced, obtainReference, events, _plan.options.verbose);
+    FileOutcome outcome;
+    try {
+        outcome =
+            convertFile(jobOf(_plan, file), palettes, _texturesPlaced, obtainReference, events, _plan.options.verbose);
+    } catch (const std::exception& error) {
+        outcome.result.problem = error.what();
+    }
     outcome.result.file = file;
     finish(outcome.result, outcome.sphere);
 }

@@ -1,5 +1,6 @@
 #include "FileAccess.h"
 
+#include "../files/CheckedReading.h"
 #include "../files/ImageCollector.h"
 #include "../files/OutputFormat.h"
 #include "../files/WholeFile.h"
@@ -10,6 +11,7 @@
 #include <osgDB/Registry>
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -43,6 +45,11 @@ bool haveSameContent(const fs::path& a, const fs::path& b) {
         if (!std::equal(ofFirst.begin(), ofFirst.begin() + first.gcount(), ofSecond.begin())) return false;
     }
     return first.eof() && second.eof();
+}
+
+void checkWasRead(const fs::path& path, const CheckedInput& input) {
+    if (input.error() == 0) return;
+    throw OutputError(path.string() + ": cannot be read: " + std::strerror(input.error()));
 }
 
 osg::ref_ptr<osgDB::Options> copyOf(const osgDB::Options* options) {
@@ -150,7 +157,13 @@ void FileAccess::uninstall() {
 // directory.
 std::string FileAccess::findDataFile(const std::string& name, const osgDB::Options*, osgDB::CaseSensitivity) {
     const fs::path folder = _job.path.parent_path();
-    const auto found = _finder.findTexture(folder, name);
+    std::optional<fs::path> found;
+    try {
+        found = _finder.findTexture(folder, name);
+    } catch (const std::exception& error) {  // which the reader takes for a file that is not there
+        noteProblem(error.what());
+        return {};
+    }
     if (_isReading && onLookup) onLookup(folder, name, found.value_or(fs::path()));
     if (found) return found->string();
     if (_isReading) noteMissingTexture(name);
@@ -158,9 +171,40 @@ std::string FileAccess::findDataFile(const std::string& name, const osgDB::Optio
 }
 
 ReaderWriter::ReadResult FileAccess::readImage(const std::string& name, const osgDB::Options* options) {
-    ReaderWriter::ReadResult result = osgDB::ReadFileCallback::readImage(name, options);
-    if (!result.validImage()) noteMissingTexture(name);
+    int error = 0;
+    ReaderWriter::ReadResult result = tool::readImage(name, name, options, error);
+    if (error != 0) {
+        noteUnreadable(name, error);
+    } else if (!result.validImage()) {
+        noteMissingTexture(name);
+    }
     return result;
+}
+
+// The attributes of a texture. Who cannot read them would go on without them.
+ReaderWriter::ReadResult FileAccess::readObject(const std::string& name, const osgDB::Options* options) {
+    const int error = readThrough(name);
+    if (isSystemError(error)) {
+        noteUnreadable(name, error);
+        return ReaderWriter::ReadResult::ERROR_IN_READING_FILE;
+    }
+    ReaderWriter::ReadResult result = osgDB::ReadFileCallback::readObject(name, options);
+    if (!result.validObject()) noteProblem(nameOf(name) + ": cannot be read");
+    return result;
+}
+
+std::string FileAccess::nameOf(const fs::path& path) const {
+    return relativeName(path.lexically_normal(), _job.inputFolder);
+}
+
+void FileAccess::noteUnreadable(const fs::path& path, int error) {
+    const std::string reason = std::strerror(error);
+    noteProblem(path == fs::path(_job.path) ? reason : nameOf(path) + ": " + reason);
+}
+
+// Not the file's fault: what would come out all the same is not what the database holds.
+void FileAccess::noteProblem(const std::string& problem) {
+    if (_result.problem.empty()) _result.problem = problem;
 }
 
 // By the file that it leads to, not by the name: files in several folders may mean the same texture.
@@ -184,9 +228,10 @@ ReaderWriter::ReadResult FileAccess::readPlannedFile(const osgDB::Options* optio
     const osg::ref_ptr<osgDB::Options> withPalettes = copyOf(options);
     withPalettes->setUserData(_palettes.get());
     _isReading = true;
-    ReaderWriter::ReadResult result =
-        osgDB::Registry::instance()->readNodeImplementation(_job.path.string(), withPalettes.get());
+    int error = 0;
+    ReaderWriter::ReadResult result = readFlight(_job.path, withPalettes, error);
     _isReading = false;
+    if (error != 0) noteUnreadable(_job.path, error);
     _graph = result.getNode();
     if (afterReading) afterReading();
     if (_graph) {
@@ -201,7 +246,12 @@ ReaderWriter::ReadResult FileAccess::readReferencedFile(const std::string& name)
     if (followed == _followedReferences.end()) return ReaderWriter::ReadResult::FILE_NOT_FOUND;
 
     const std::size_t reference = followed->second;
-    const auto sphere = _obtain(reference, _palettesOfReferences[reference].get());
+    std::optional<osg::BoundingSphere> sphere;
+    try {
+        sphere = _obtain(reference, _palettesOfReferences[reference].get());
+    } catch (const std::exception& error) {  // which the library takes for a file that is not there
+        noteProblem(error.what());
+    }
     _outcomes[reference] = sphere ? Outcome::Obtained : Outcome::Failed;
     if (!sphere) return ReaderWriter::ReadResult::FILE_NOT_FOUND;
 
@@ -214,6 +264,7 @@ ReaderWriter::WriteResult FileAccess::writeNode(const osg::Node& node, const std
                                                 const osgDB::Options* options) {
     // What stands in for a referenced file is not written: that file was written when it was converted.
     if (&node != _graph) return ReaderWriter::WriteResult::FILE_SAVED;
+    if (!_result.problem.empty()) return ReaderWriter::WriteResult(name + ": " + _result.problem);
 
     try {
         writeWhole(*_graph, options);
@@ -305,12 +356,13 @@ fs::path FileAccess::placeTexture(const fs::path& texture) {
 
 void FileAccess::copyTexture(const fs::path& from, const fs::path& to) {
     try {
-        std::ifstream source(from, std::ios::binary);
-        if (!source) throw OutputError(from.string() + ": cannot be read");
+        CheckedInput source(from);
+        checkWasRead(from, source);
         checkStaysBelow(_job.outputFolder, to.parent_path());
         if (beforeWriting) beforeWriting(to);
         WholeFile copy(to, mayReplace(to));
-        if (fs::file_size(from) > 0) copy.stream() << source.rdbuf();
+        if (fs::file_size(from) > 0) copy.stream() << source.stream().rdbuf();
+        checkWasRead(from, source);
         copy.keepTimeOf(from);
         _result.textureBytesOut += copy.commit();
     } catch (const OutputError&) {

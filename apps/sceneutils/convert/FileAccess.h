@@ -84,6 +84,7 @@ public:
                              osgDB::CaseSensitivity caseSensitivity) override;
     osgDB::ReaderWriter::ReadResult readNode(const std::string& name, const osgDB::Options* options) override;
     osgDB::ReaderWriter::ReadResult readImage(const std::string& name, const osgDB::Options* options) override;
+    osgDB::ReaderWriter::ReadResult readObject(const std::string& name, const osgDB::Options* options) override;
     osgDB::ReaderWriter::WriteResult writeNode(const osg::Node& node, const std::string& name,
                                                const osgDB::Options* options) override;
 
@@ -109,6 +110,9 @@ private:
     std::filesystem::path placeTexture(const std::filesystem::path& texture);
     void copyTexture(const std::filesystem::path& from, const std::filesystem::path& to);
     void noteMissingTexture(const std::string& name);
+    void noteUnreadable(const std::filesystem::path& path, int error);
+    std::string nameOf(const std::filesystem::path& path) const;
+    void noteProblem(const std::string& problem);
 
     const ConversionJob& _job;
     osg::ref_ptr<osg::Referenced> _palettes;

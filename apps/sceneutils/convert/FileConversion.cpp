@@ -44,7 +44,7 @@ osg::ref_ptr<osg::Node> convertByLibrary(const ConversionJob& job) {
 }
 
 std::string problemOf(const ConversionJob& job, const FileResult& result, const osg::Node* graph) {
-    if (!graph) return "cannot be read as OpenFlight";
+    if (!graph && result.problem.empty()) return "cannot be read as OpenFlight";
     if (result.problem.empty() && !job.output.empty() && !result.written)
         return "could not be processed (out of memory?)";
     return result.problem;
@@ -98,6 +98,7 @@ void loadPlugIns(const std::set<std::string>& extensions) {
 std::string whyItEnded(const ChildEnd& end, const std::string& lastPhase, const ChildLimits& limits) {
     const std::string when = " while being " + lastPhase;
     if (end.tookTooLong) return "took more than " + std::to_string(limits.seconds) + " s" + when;
+    if (end.neededMoreMemory && limits.memoryBytes == 0) return "ran out of memory" + when;
     if (end.neededMoreMemory) {
         return "needed more than " + std::to_string(limits.memoryBytes / bytesPerMiB) + " MiB of memory" + when;
     }

@@ -1,12 +1,11 @@
 #include "JobFiles.h"
 
+#include "../files/CheckedReading.h"
 #include "../files/WholeFile.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <utility>
 
 #include <fcntl.h>
@@ -185,10 +184,15 @@ std::vector<FileStamp> asIntent(const json& value) {
 /** For less than a block of a disk. @throws OutputError, also if it cannot be brought to the disk */
 void writeInPlace(const fs::path& path, const std::string& content) {
     const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666);
-    errno = file < 0 ? errno : 0;
-    const bool isWritten = file >= 0 &&
-                           pwrite(file, content.data(), content.size(), 0) == static_cast<ssize_t>(content.size()) &&
-                           (fdatasync(file) == 0 || errno == EINVAL || errno == ENOSYS);
+    std::size_t done = 0;
+    while (file >= 0 && done < content.size()) {
+        const ssize_t count = pwrite(file, content.data() + done, content.size() - done, static_cast<off_t>(done));
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) break;
+        done += static_cast<std::size_t>(count);
+    }
+    const bool isWritten =
+        file >= 0 && done == content.size() && (fdatasync(file) == 0 || errno == EINVAL || errno == ENOSYS);
     const int reason = errno;
     if (file >= 0) close(file);
     if (!isWritten) throw OutputError(path.string() + ": cannot be written: " + std::strerror(reason));
@@ -209,9 +213,15 @@ auto converted(const std::optional<json>& content, const Convert& convert)
 }  // namespace
 
 std::optional<std::string> StateFolder::read(const std::string& name) const {
-    std::ifstream file(_path / name, std::ios::binary);
-    if (!file) return std::nullopt;
-    return std::string(std::istreambuf_iterator<char>(file), {});
+    CheckedInput file(_path / name);
+    std::string content;
+    char block[4096];
+    while (file.stream().read(block, sizeof block) || file.stream().gcount() > 0)
+        content.append(block, static_cast<std::size_t>(file.stream().gcount()));
+    if (isSystemError(file.error()))
+        throw OutputError((_path / name).string() + ": cannot be read: " + std::strerror(file.error()));
+    if (file.error() != 0) return std::nullopt;
+    return content;
 }
 
 std::optional<json> StateFolder::readCbor(const std::string& name) const {

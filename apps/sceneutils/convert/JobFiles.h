@@ -79,7 +79,7 @@ public:
 
     const std::filesystem::path& path() const { return _path; }
 
-    /** All give nothing for a file that is missing or damaged. */
+    /** All give nothing for a file that is missing or damaged. @throws OutputError if the disk or the system fails */
     std::optional<StoredJob> job(const JobId& id) const;
     std::optional<StoredResult> result(const JobId& id) const;
     /** Whether an output with that stamp was, or was about to be, put in its place by the job. */

@@ -1,12 +1,15 @@
 #include "JobInputs.h"
 
+#include "../files/CheckedReading.h"
 #include "../files/FileFinder.h"
 #include "../files/FileReferences.h"
 
 #include <osgDB/Callbacks>
 #include <osgDB/Registry>
 
+#include <cstring>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -73,11 +76,14 @@ osg::ref_ptr<osg::Node> readWith(osgDB::FindFileCallback* find, const fs::path& 
     const osg::ref_ptr<osgDB::Options> options = new osgDB::Options("keepExternalReferences=yes;preserveFace=yes");
     options->setObjectCacheHint(osgDB::Options::CACHE_NONE);
     options->setUserData(palettes);
+    int error = 0;
+    osg::ref_ptr<osg::Node> graph;
     try {
-        return osgDB::Registry::instance()->readNodeImplementation(path.string(), options.get()).getNode();
+        graph = readFlight(path, options, error).getNode();
     } catch (const std::exception&) {  // the reader throws on some damaged files
-        return nullptr;
     }
+    if (error != 0) throw std::runtime_error(path.string() + ": " + std::strerror(error));
+    return graph;
 }
 
 }  // namespace

@@ -140,11 +140,22 @@ std::size_t JobRunner::convertInChild(const std::vector<Task>& tasks, std::size_
 void JobRunner::convertInTurn(const std::vector<Task>& tasks, std::size_t first, const MessageSender& parent) const {
     for (std::size_t i = first; i < tasks.size(); ++i) {
         if (i != first) parent.startAnew();
-        const StoredResult result = convert(tasks[i], parent);
+        const StoredResult result = convertOrSayWhy(tasks[i], parent);
         const bool hasFailed = !result.result.problem.empty();
         if (!hasFailed || i == first) parent.send(resultMessage + encodeResult(result));
         if (hasFailed) return;
         osgDB::Registry::instance()->clearObjectCache();  // what one file has made of an image is not another's
+    }
+}
+
+StoredResult JobRunner::convertOrSayWhy(const Task& task, const MessageSender& parent) const {
+    try {
+        return convert(task, parent);
+    } catch (const std::exception& error) {
+        StoredResult failed;
+        failed.result.problem = error.what();
+        if (task.before) failed.own = task.before->own;
+        return failed;
     }
 }
 

@@ -54,6 +54,7 @@ private:
     std::optional<Task> taskOf(const JobId& id) const;
     std::size_t convertInChild(const std::vector<Task>& tasks, std::size_t first, const FailureListener& onFailure);
     void convertInTurn(const std::vector<Task>& tasks, std::size_t first, const MessageSender& parent) const;
+    StoredResult convertOrSayWhy(const Task& task, const MessageSender& parent) const;
     StoredResult convert(const Task& task, const MessageSender& parent) const;
     void store(const Task& task, StoredResult result) const;
 

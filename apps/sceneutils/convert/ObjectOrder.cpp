@@ -128,6 +128,8 @@ void* allocateAnywhere(std::size_t size) {
 void* operator new(std::size_t size) {
     if (ground.isOpen() && size <= largestObject) {
         if (void* object = ground.allocate(size == 0 ? 1 : size)) return object;
+        // Elsewhere it would be out of order, and other bytes would come out.
+        if (const std::new_handler handler = std::get_new_handler()) handler();
     }
     if (void* object = allocateAnywhere(size)) return object;
     throw std::bad_alloc();

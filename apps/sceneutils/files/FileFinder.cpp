@@ -1,5 +1,8 @@
 #include "FileFinder.h"
 
+#include "../Command.h"
+#include "CheckedReading.h"
+
 #include <osgDB/FileUtils>
 
 #include <algorithm>
@@ -104,6 +107,10 @@ const FileFinder::NamesByLowerCase& FileFinder::listing(const fs::path& folder) 
         const std::string name = i->path().filename().string();
         std::string& known = entry->second[toLowerCase(name)];
         if (known.empty() || name < known) known = name;
+    }
+    if (isSystemError(error.value())) {
+        _listings.erase(entry);
+        throw CommandError(ExitStatus::InputUnreadable, folder.string() + ": cannot be listed: " + error.message());
     }
     return entry->second;
 }

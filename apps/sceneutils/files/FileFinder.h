@@ -14,6 +14,8 @@ namespace veltrane::sceneutils::tool {
  * Finds the files that a database names, as they were written on any system: with '/' or '\' between folders, and in
  * another letter case than on disk. Where several names differ in case only, the exact one wins, then the first by
  * name. Remembers folder listings and the textures it has found, so one finder should see the database unchanged.
+ *
+ * All throw CommandError with InputUnreadable when a folder cannot be looked through that is there.
  */
 class FileFinder {
 public:

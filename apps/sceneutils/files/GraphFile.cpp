@@ -2,6 +2,7 @@
 
 #include "../Command.h"
 #include "../shaders/ProgramList.h"
+#include "CheckedReading.h"
 #include "FlightReferences.h"
 #include "FormatFit.h"
 #include "OsgMessages.h"
@@ -15,6 +16,7 @@
 #include <osgDB/Registry>
 
 #include <algorithm>
+#include <cstring>
 #include <iostream>
 #include <string>
 #include <utility>
@@ -30,6 +32,7 @@ namespace veltrane::sceneutils::tool {
 namespace {
 
 constexpr const char* flightEnding = "flt";
+constexpr const char* attributesEnding = "attr";  // of a texture, without which it is drawn, but otherwise
 constexpr const char* textEnding = "osg";
 
 std::string endingOf(const fs::path& path) {
@@ -65,20 +68,33 @@ void checkFlightFiles(const fs::path& path, References references) {
  */
 class ReadingGuard : public osgDB::ReadFileCallback {
 public:
+    explicit ReadingGuard(References references) : _references(references) {}
+
     ReaderWriter::ReadResult readNode(const std::string& name, const osgDB::Options* options) override {
-        return guard(name, options, [&] {
-            return _registrys ? _registrys->readNode(name, options) : ReadFileCallback::readNode(name, options);
+        return guard(name, options, [&](const std::string& found) {
+            if (_registrys) return _registrys->readNode(name, options);
+            if (endingOf(found) == flightEnding) return readFlightFile(found, options);
+            return ReadFileCallback::readNode(name, options);
         });
     }
 
     ReaderWriter::ReadResult readObject(const std::string& name, const osgDB::Options* options) override {
-        return guard(name, options, [&] {
-            return _registrys ? _registrys->readObject(name, options) : ReadFileCallback::readObject(name, options);
+        return guard(name, options, [&](const std::string& found) {
+            ReaderWriter::ReadResult result =
+                _registrys ? _registrys->readObject(name, options) : ReadFileCallback::readObject(name, options);
+            const bool isLost = !result.validObject() && endingOf(found) == attributesEnding;
+            if (isLost) noteProblem(found + ": cannot be read");
+            return result;
         });
     }
 
     ReaderWriter::ReadResult readImage(const std::string& name, const osgDB::Options* options) override {
-        return _registrys ? _registrys->readImage(name, options) : ReadFileCallback::readImage(name, options);
+        if (_registrys) return _registrys->readImage(name, options);
+        const std::string found = osgDB::findDataFile(name, options);
+        int error = 0;
+        ReaderWriter::ReadResult result = tool::readImage(name, found, options, error);
+        if (error != 0) noteProblem(found + ": " + std::strerror(error));
+        return result;
     }
 
     /** What is wrong, in a line that names the file; empty: nothing. */
@@ -90,17 +106,37 @@ private:
         std::error_code error;
         const std::string found = osgDB::findDataFile(name, options);
         const fs::path file = fs::canonical(found, error);
-        if (error) return read();  // which says what is wrong
+        if (error) return read(found);  // which says what is wrong
         const auto open = std::find_if(_open.begin(), _open.end(), [&](const auto& o) { return o.second == file; });
         if (open != _open.end()) {
-            if (_problem.empty()) _problem = open->first + ": refers to itself" + wayFrom(open + 1);
+            // Where references are left as they are, nothing is lost by it.
+            if (_references == References::Load) noteProblem(open->first + ": refers to itself" + wayFrom(open + 1));
             return ReaderWriter::ReadResult::ERROR_IN_READING_FILE;
         }
+        checkReadable(found);
         _open.emplace_back(found, file);
-        ReaderWriter::ReadResult result = read();
+        ReaderWriter::ReadResult result = read(found);
         _open.pop_back();
-        if (result.validNode()) resolveNames(*result.getNode(), fs::path(found).parent_path());
+        if (_references == References::Load && result.validNode())
+            resolveNames(*result.getNode(), fs::path(found).parent_path());
         return result;
+    }
+
+    ReaderWriter::ReadResult readFlightFile(const std::string& found, const osgDB::Options* options) {
+        int error = 0;
+        ReaderWriter::ReadResult result = readFlight(found, options, error);
+        if (error != 0) noteProblem(found + ": " + std::strerror(error));
+        return result;
+    }
+
+    /** Plug-ins take a disk that fails for the end of the file. */
+    void checkReadable(const std::string& found) {
+        const int error = readThrough(found);
+        if (isSystemError(error)) noteProblem(found + ": " + std::strerror(error));
+    }
+
+    void noteProblem(const std::string& problem) {
+        if (_problem.empty()) _problem = problem;
     }
 
     using OpenFiles = std::vector<std::pair<std::string, fs::path>>;
@@ -112,6 +148,7 @@ private:
         return way;
     }
 
+    References _references;
     /** The callback that this one stands before. */
     osg::ref_ptr<ReadFileCallback> _registrys = osgDB::Registry::instance()->getReadFileCallback();
     OpenFiles _open;
@@ -149,8 +186,8 @@ osg::ref_ptr<osg::Node> readGraph(const fs::path& path, References references, o
     if (references == References::Leave)
         options->setOptionString("keepExternalReferences noLoadExternalReferenceFiles");
 
-    const osg::ref_ptr<ReadingGuard> guard = new ReadingGuard;
-    if (references == References::Load) options->setReadFileCallback(guard);
+    const osg::ref_ptr<ReadingGuard> guard = new ReadingGuard(references);
+    options->setReadFileCallback(guard);
     osgDB::Registry::instance()->clearObjectCache();  // in which plug-ins keep what they read, whatever the options say
     const OsgMessages messages;
     ReaderWriter::ReadResult result = readCatching(path, options);

@@ -61,8 +61,12 @@ void removeUnfinishedFiles(const std::vector<fs::path>& folders, int pid) {
 }
 
 /** What there is to say about work that ended before its time. */
-[[noreturn]] void throwEarlyEnd(const std::string& input, const std::string& output, int signal, unsigned int seconds) {
+[[noreturn]] void throwEarlyEnd(const std::string& input, const std::string& output, const ChildEnd& end,
+                                unsigned int seconds) {
     const ExitStatus status = output.empty() ? ExitStatus::InputUnreadable : ExitStatus::OutputNotWritten;
+    if (end.neededMoreMemory) throw CommandError(status, (output.empty() ? input : output) + ": ran out of memory");
+
+    const int signal = end.signal;
     const std::string limit = std::to_string(seconds) + " s of processor time";
     const std::string reason = signal != 0 ? strsignal(signal) : "ended early";
     if (signal == SIGXCPU && output.empty())
@@ -111,7 +115,7 @@ ExitStatus runGuarded(const std::string& input, const std::vector<fs::path>& out
         });
     if (!outcome) {
         removeUnfinishedFiles(outputFolders, end.pid);
-        throwEarlyEnd(input, writing, end.signal, seconds);
+        throwEarlyEnd(input, writing, end, seconds);
     }
     const auto status = static_cast<ExitStatus>(outcome->front());
     if (outcome->size() > 1) throw CommandError(status, outcome->substr(1));

@@ -5,6 +5,7 @@
 #include "WholeFile.h"
 
 #include <csignal>
+#include <new>
 
 #include <unistd.h>
 
@@ -25,7 +26,21 @@ extern "C" void removeAndEnd(int) {
     _exit(static_cast<int>(ExitStatus::Interrupted));
 }
 
+void tellThatMemoryIsUsedUp() {
+    constexpr char message[] = "sceneutils: ran out of memory\n";
+    endRunningChildren();
+    removeUnfinishedFile();
+    if (write(STDERR_FILENO, message, sizeof message - 1) < 0) {
+        // There is nobody left to tell.
+    }
+    _exit(static_cast<int>(ExitStatus::OutputNotWritten));
+}
+
 }  // namespace
+
+void endCleanlyWithoutMemory() {
+    std::set_new_handler(tellThatMemoryIsUsedUp);
+}
 
 void endCleanlyOnSignals() {
     processOfTheUser = getpid();

@@ -9,4 +9,11 @@ namespace veltrane::sceneutils::tool {
  */
 void endCleanlyOnSignals();
 
+/**
+ * Makes a lack of memory end the tool, and the process that it waits for, with the status OutputNotWritten, one line on
+ * standard error and no half-written file. Who tried to go on would soon need more memory, if only to say what is
+ * wrong.
+ */
+void endCleanlyWithoutMemory();
+
 }  // namespace veltrane::sceneutils::tool

@@ -105,7 +105,7 @@ std::streamsize WholeFile::Buffer::xsputn(const char* bytes, std::streamsize cou
 }
 
 void WholeFile::Buffer::noteError() {
-    if (_firstError == 0) _firstError = errno;
+    if (_firstError == 0) _firstError = errno != 0 ? errno : EIO;
 }
 
 fs::path WholeFile::temporaryPath(const fs::path& path, int pid) {
@@ -124,10 +124,12 @@ WholeFile::WholeFile(const fs::path& path, bool mayOverwrite)
 
     rememberUnfinishedFile(_temporaryPath);
     errno = 0;
-    if (!makeAnew(_temporaryPath) ||
-        !_buffer.open(_temporaryPath, std::ios::out | std::ios::binary | std::ios::trunc)) {
-        unfinishedFile[0] = '\0';
-        fail(path, std::string("cannot be written: ") + std::strerror(errno));
+    const bool isMade = makeAnew(_temporaryPath);
+    if (!isMade || !_buffer.open(_temporaryPath, std::ios::out | std::ios::binary | std::ios::trunc)) {
+        const int reason = errno;
+        if (!isMade) unfinishedFile[0] = '\0';
+        removeUnfinishedFile();
+        fail(path, std::string("cannot be written: ") + std::strerror(reason));
     }
 }
 
@@ -139,7 +141,8 @@ WholeFile::~WholeFile() {
 std::uintmax_t WholeFile::commit() {
     errno = 0;
     const bool isClosed = _buffer.close() != nullptr;
-    if (!_stream || !isClosed) {
+    // Who copies one stream into another is not told by it of a write that failed in the middle.
+    if (!_stream || !isClosed || _buffer.firstError() != 0) {
         const int reason = _buffer.firstError() != 0 ? _buffer.firstError() : errno;
         fail(_path, "not all of it could be written" + (reason != 0 ? std::string(": ") + std::strerror(reason) : ""));
     }
