@@ -1,0 +1,22 @@
+#pragma once
+
+#include "ByteChoices.h"
+
+#include <osg/Group>
+
+namespace fuzzing {
+
+/** A graph that the bytes choose; the same bytes make the same graph again, of other objects. */
+struct GraphFromBytes {
+    explicit GraphFromBytes(ByteChoices& choices);
+
+    osg::ref_ptr<osg::Group> top;
+
+    /**
+     * Whether there are numbers that nobody should need: infinite ones, some that are none, scales of 0. Without them,
+     * all coordinates are small whole numbers, all turns are right angles, and every place in the world is exact.
+     */
+    bool isWild = false;
+};
+
+}  // namespace fuzzing
