@@ -16,6 +16,7 @@
 #include <osgText/Text>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -27,6 +28,21 @@ namespace {
 
 std::string nameOf(const osg::Node& node) {
     return std::string(node.className()) + " '" + node.getName() + "'";
+}
+
+// Texts, because bounds of OpenSceneGraph may consist of what is no number even if nothing else does.
+std::string inWords(const osg::BoundingSphere& bound) {
+    std::ostringstream out;
+    out << std::hexfloat << bound.center().x() << " " << bound.center().y() << " " << bound.center().z() << " "
+        << bound.radius();
+    return out.str();
+}
+
+std::string inWords(const osg::BoundingBox& box) {
+    std::ostringstream out;
+    out << std::hexfloat << box.xMin() << " " << box.yMin() << " " << box.zMin() << " " << box.xMax() << " "
+        << box.yMax() << " " << box.zMax();
+    return out.str();
 }
 
 /** Carries everything that a graph shows into the world. */
@@ -179,6 +195,17 @@ std::vector<Place> placesOf(osg::Node& root) {
     return std::move(collector.places);
 }
 
+void promiseNoneLost(const std::vector<Place>& before, const std::vector<Place>& after) {
+    std::vector<Place> lost;
+    std::set_difference(before.begin(), before.end(), after.begin(), after.end(), std::back_inserter(lost));
+    if (lost.empty()) return;
+    std::ostringstream what;
+    what << lost.size() << " places are lost, among them of kind " << static_cast<int>(lost.front().what) << " "
+         << lost.front().point.x() << " " << lost.front().point.y() << " " << lost.front().point.z() << " with mask "
+         << std::hex << lost.front().mask;
+    throw BrokenPromise(what.str());
+}
+
 std::vector<osg::Node*> nodesOf(osg::Node& root) {
     std::set<osg::Node*> known;
     std::vector<osg::Node*> nodes;
@@ -197,13 +224,12 @@ void checkBounds(osg::Node& root) {
         if (const osg::Drawable* drawable = node->asDrawable()) {
             const osg::BoundingBox known = drawable->getBoundingBox();
             const osg::BoundingBox present = drawable->computeBoundingBox();
-            promise(known._min == present._min && known._max == present._max, nameOf(*node) + " has an old box");
+            promiseSame(inWords(known), inWords(present), nameOf(*node) + " has an old box");
         } else {
             const osg::BoundingSphere known = node->getBound();
             osg::BoundingSphere present = node->getInitialBound();
             present.expandBy(node->computeBound());
-            promise(known.center() == present.center() && known.radius() == present.radius(),
-                    nameOf(*node) + " has an old bound");
+            promiseSame(inWords(known), inWords(present), nameOf(*node) + " has an old bound");
         }
     }
 }

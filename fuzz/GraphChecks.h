@@ -24,6 +24,9 @@ struct Place {
 /** All places of a graph, once for each path that leads to them, in the order of the paths. */
 std::vector<Place> placesOf(osg::Node& root);
 
+/** Throws BrokenPromise with the first of some sorted places that is not among the others. */
+void promiseNoneLost(const std::vector<Place>& before, const std::vector<Place>& after);
+
 /** Each node of a graph once, parents before children, whatever masks and switches say. */
 std::vector<osg::Node*> nodesOf(osg::Node& root);
 

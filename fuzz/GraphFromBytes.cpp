@@ -350,7 +350,7 @@ private:
         osg::ref_ptr<osgSim::DOFTransform> joint = new osgSim::DOFTransform;
         joint->setCurrentTranslate(point());
         if (_choices.chance(30)) joint->setPutMatrix(osg::Matrixd::translate(point()));
-        if (_choices.chance(30)) joint->setCurrentScale(scales());
+        joint->setCurrentScale(scales());  // that of a new one is 0
         return joint;
     }
     osg::ref_ptr<osg::Node> makeLOD(osg::LOD& lod) {
@@ -434,18 +434,21 @@ private:
         return _nodes.front()->asGroup();
     }
     void hang(osg::Group& parent, osg::Node& child) {
-        if (_choices.chance(15)) {
+        auto* billboard = dynamic_cast<osg::Billboard*>(&parent);
+        if (billboard && child.asDrawable()) {
+            // Never without a position: OpenSceneGraph's bound reads it, there or not.
+            billboard->addDrawable(child.asDrawable(), point());
+        } else if (_choices.chance(15)) {
             parent.addChild(&child);  // what each kind makes of it: no range, no position, its default
         } else if (auto* lod = dynamic_cast<osg::LOD*>(&parent)) {
             hangInLOD(*lod, child);
         } else if (auto* choice = dynamic_cast<osg::Switch*>(&parent)) {
             choice->addChild(&child, _choices.chance(50));
         } else if (auto* choices = dynamic_cast<osgSim::MultiSwitch*>(&parent)) {
-            choices->addChild(&child, _choices.chance(50));
+            choices->addChild(&child);
+            choices->setValue(_choices.below(2), choices->getNumChildren() - 1, _choices.chance(50));
         } else if (auto* sequence = dynamic_cast<osg::Sequence*>(&parent)) {
             sequence->addChild(&child, 0.5);
-        } else if (auto* billboard = dynamic_cast<osg::Billboard*>(&parent); billboard && child.asDrawable()) {
-            billboard->addDrawable(child.asDrawable(), point());
         } else {
             parent.addChild(&child);
         }

@@ -37,7 +37,7 @@ private:
             };
             if (name.find("missing") != std::string::npos) return osgDB::ReaderWriter::ReadResult::FILE_NOT_FOUND;
             if (endsWith("master.flt")) return _makeMaster().get();
-            if (endsWith(".flt") || endsWith("rock.osg")) return makeModel().get();
+            if (name.find(".flt") != std::string::npos || endsWith("rock.osg")) return makeModel().get();
             return osgDB::ReaderWriter::ReadResult::FILE_NOT_FOUND;
         }
 

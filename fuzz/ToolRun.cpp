@@ -39,11 +39,12 @@ constexpr Step steps[] = {{"FindNodeVisitor", findNodes},
                           {"SimpleGeometryGenerator", drawLines}};
 
 constexpr unsigned int mostSteps = 6;
+constexpr std::size_t shareOfTools = 8;  // one in so many bytes
 
 class ToolRun {
 public:
-    explicit ToolRun(ByteChoices& choices) : _scene{choices, nullptr, false} {
-        GraphFromBytes graph(choices);
+    ToolRun(ByteChoices& ofTools, ByteChoices& ofGraph) : _scene{ofTools, nullptr} {
+        GraphFromBytes graph(ofGraph);
         _scene.top = graph.top;
         _scene.isWild = graph.isWild;
     }
@@ -82,11 +83,14 @@ private:
 }  // namespace
 
 void runTools(const std::uint8_t* data, std::size_t size) {
-    ByteChoices choices(data, size);
-    const FilesInMemory files([&choices] { return GraphFromBytes(choices).top; });
+    // Apart, so that a large graph leaves choices to the tools.
+    const std::size_t tools = size / shareOfTools;
+    ByteChoices ofTools(data, tools);
+    ByteChoices ofGraph(data + tools, size - tools);
+    const FilesInMemory files([&ofGraph] { return GraphFromBytes(ofGraph).top; });
     const Silence silence;
     const testing_support::StandardError errors;
-    ToolRun(choices).run();
+    ToolRun(ofTools, ofGraph).run();
 }
 
 }  // namespace fuzzing

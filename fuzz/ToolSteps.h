@@ -14,6 +14,7 @@ struct Scene {
     ByteChoices& choices;
     osg::ref_ptr<osg::Group> top;
     bool isWild = false;
+    bool isMerged = false;  ///< whether geometries may have been
 
     /** The whole graph, or a part of it that hangs below the top. */
     osg::Node& chooseRoot() {
