@@ -58,7 +58,8 @@ std::size_t countPaths(osg::Node& node) {
 
 class Builder {
 public:
-    Builder(ByteChoices& choices, bool isWild) : _choices(choices), _isWild(isWild), _states(choices) {}
+    Builder(ByteChoices& choices, bool isWild, bool isFromFile)
+        : _choices(choices), _isWild(isWild), _isFromFile(isFromFile), _states(choices) {}
 
     osg::ref_ptr<osg::Group> build() {
         const osg::ref_ptr<osg::Group> top = new osg::Group;
@@ -198,7 +199,19 @@ private:
     unsigned int lengthBeside(unsigned int vertices) {
         return _choices.chance(70) ? vertices : _choices.below(vertices + 1);
     }
+    osg::ref_ptr<osg::Drawable> makeGeometryAsFromFile() {
+        osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
+        osg::ref_ptr<osg::Vec3Array> vertices = new osg::Vec3Array;
+        for (int i = 0; i < 3; ++i) vertices->push_back(point());
+        geometry->setVertexArray(vertices);
+        if (_choices.chance(50)) geometry->setNormalArray(new osg::Vec3Array(3), osg::Array::BIND_PER_VERTEX);
+        if (_choices.chance(50)) geometry->setColorArray(new osg::Vec4Array(1), osg::Array::BIND_OVERALL);
+        if (_choices.chance(50)) geometry->setTexCoordArray(0, new osg::Vec2Array(3));
+        geometry->addPrimitiveSet(makePrimitives(3));
+        return geometry;
+    }
     osg::ref_ptr<osg::Drawable> makeGeometry() {
+        if (_isFromFile) return makeGeometryAsFromFile();
         osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
         if (_choices.chance(5)) return geometry;
         const unsigned int wanted = _choices.one({3u, 3u, 4u, 0u, 1u, 6u});
@@ -237,7 +250,7 @@ private:
         if (!_drawables.empty() && _choices.chance(12)) return _choices.one(_drawables);
         osg::ref_ptr<osg::Drawable> drawable;
         const unsigned int kind = _choices.below(12);
-        if (kind == 10) drawable = makeShape();
+        if (kind == 10 && !_isFromFile) drawable = makeShape();
         if (kind == 11) drawable = makeText();
         if (!drawable) drawable = makeGeometry();
         const bool isText = kind == 11;
@@ -469,6 +482,7 @@ private:
 
     ByteChoices& _choices;
     bool _isWild;
+    bool _isFromFile;
     StateFromBytes _states;
     std::vector<osg::ref_ptr<osg::Node>> _nodes;
     std::vector<osg::ref_ptr<osg::Drawable>> _drawables;
@@ -477,8 +491,8 @@ private:
 
 }  // namespace
 
-GraphFromBytes::GraphFromBytes(ByteChoices& choices) : isWild(choices.chance(30)) {
-    top = Builder(choices, isWild).build();
+GraphFromBytes::GraphFromBytes(ByteChoices& choices, Geometries geometries) : isWild(choices.chance(30)) {
+    top = Builder(choices, isWild, geometries == Geometries::AsFromFiles).build();
 }
 
 }  // namespace fuzzing

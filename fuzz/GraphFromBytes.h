@@ -8,7 +8,10 @@ namespace fuzzing {
 
 /** A graph that the bytes choose; the same bytes make the same graph again, of other objects. */
 struct GraphFromBytes {
-    explicit GraphFromBytes(ByteChoices& choices);
+    /** Whether geometries may lack arrays, or have odd ones, as no reader of files makes them. */
+    enum class Geometries { Any, AsFromFiles };
+
+    explicit GraphFromBytes(ByteChoices& choices, Geometries geometries = Geometries::Any);
 
     osg::ref_ptr<osg::Group> top;
 

@@ -27,6 +27,8 @@ namespace {
 using namespace veltrane::sceneutils;
 using What = Place::What;
 
+constexpr float greatest = 1e12f;  // a squared distance that no tame graph reaches
+
 /** Some places of a graph, sorted: tools may change the order. */
 std::vector<Place> sortedPlaces(osg::Node& root, const std::set<What>& kinds, bool withMasks = true) {
     std::vector<Place> result;
@@ -156,7 +158,11 @@ void bubbleUp(Scene& scene) {
     if (!node->asGroup()) return;
     const double distance = scene.choices.one({0.0, 10.0, -10.0, 1e9});
     const bool ofGeodes = scene.choices.chance(50);
-    const bool isExact = !scene.isWild && canBubbleUp(*node);
+    // OpenSceneGraph's bounds of what is empty may be no numbers; such a model is moved to nowhere.
+    const bool hasBounds = !anyNode(*scene.top, [](const osg::Node& each) {
+        return !(each.getBound().center().length2() < greatest) || std::isnan(each.getBound().radius());
+    });
+    const bool isExact = !scene.isWild && hasBounds && canBubbleUp(*node);
     const std::vector<Place> before = placesOf(*node);
     const std::string description = describe(*scene.top);
 
@@ -165,7 +171,7 @@ void bubbleUp(Scene& scene) {
                                                      : visitor.createTransformForGraph(node->asGroup(), distance);
 
     promise(placed->getNumChildren() == 1 && placed->getChild(0) == node, "the transform does not hold the graph");
-    if (!scene.isWild && distance == 1e9) {
+    if (!scene.isWild && hasBounds && distance == 1e9) {
         promise(placed->asTransform()->asMatrixTransform()->getMatrix().isIdentity(), "a transform without distance");
         promiseSame(description, describe(*scene.top), "a graph that is near enough has changed");
     }
@@ -226,11 +232,12 @@ void optimizeBatches(Scene& scene) {
             return lod && lod->getNumChildren() > lod->getNumRanges();  // those without a range, when LODs are merged
         });
     const std::set<What> all = {What::Vertex, What::Billboard, What::Light, What::Text};
-    const std::vector<Place> before = sortedPlaces(*scene.top, all);
+    const bool withMasks = !(radius > 0);  // small groups are dissolved whatever they hide
+    const std::vector<Place> before = sortedPlaces(*scene.top, all, withMasks);
 
     optimizer.process(&root);
 
-    if (!scene.isWild && !losesChildren) expectSamePlaces(before, sortedPlaces(*scene.top, all));
+    if (!scene.isWild && !losesChildren) expectSamePlaces(before, sortedPlaces(*scene.top, all, withMasks));
     scene.isMerged = true;
 }
 
