@@ -328,7 +328,7 @@ private:
             case 26:
                 return new osg::Transform;
             case 27:
-                return makeGenerator();
+                return _isFromFile ? makeGeode() : makeGenerator();
             case 28:
             case 29:
                 return makeDrawable();
@@ -491,7 +491,8 @@ private:
 
 }  // namespace
 
-GraphFromBytes::GraphFromBytes(ByteChoices& choices, Geometries geometries) : isWild(choices.chance(30)) {
+GraphFromBytes::GraphFromBytes(ByteChoices& choices, Geometries geometries)
+    : isWild(geometries == Geometries::Any && choices.chance(30)) {
     top = Builder(choices, isWild, geometries == Geometries::AsFromFiles).build();
 }
 

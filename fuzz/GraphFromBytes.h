@@ -8,7 +8,7 @@ namespace fuzzing {
 
 /** A graph that the bytes choose; the same bytes make the same graph again, of other objects. */
 struct GraphFromBytes {
-    /** Whether geometries may lack arrays, or have odd ones, as no reader of files makes them. */
+    /** Whether geometries may lack arrays, or have odd ones or wild numbers, as no reader of files makes them. */
     enum class Geometries { Any, AsFromFiles };
 
     explicit GraphFromBytes(ByteChoices& choices, Geometries geometries = Geometries::Any);

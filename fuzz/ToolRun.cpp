@@ -87,7 +87,8 @@ void runTools(const std::uint8_t* data, std::size_t size) {
     const std::size_t tools = size / shareOfTools;
     ByteChoices ofTools(data, tools);
     ByteChoices ofGraph(data + tools, size - tools);
-    // OpenSceneGraph's optimizer fuses geometries with arrays of different types, and crashes on what comes of it.
+    // A conversion sends files through OpenSceneGraph's optimizer, which fuses geometries with arrays of different
+    // types, and through its smoother, which crashes on what comes of that, and on vertices that are no numbers.
     const FilesInMemory files(
         [&ofGraph] { return GraphFromBytes(ofGraph, GraphFromBytes::Geometries::AsFromFiles).top; });
     const Silence silence;
