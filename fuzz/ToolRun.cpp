@@ -88,7 +88,7 @@ void runTools(const std::uint8_t* data, std::size_t size) {
     ByteChoices ofTools(data, tools);
     ByteChoices ofGraph(data + tools, size - tools);
     // A conversion sends files through OpenSceneGraph's optimizer, which fuses geometries with arrays of different
-    // types, and through its smoother, which crashes on what comes of that, and on vertices that are no numbers.
+    // types.
     const FilesInMemory files(
         [&ofGraph] { return GraphFromBytes(ofGraph, GraphFromBytes::Geometries::AsFromFiles).top; });
     const Silence silence;
