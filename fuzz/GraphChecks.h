@@ -18,7 +18,6 @@ struct Place {
     osg::Vec3d point;
 
     bool operator<(const Place& other) const;
-    bool operator==(const Place& other) const;
 };
 
 /** All places of a graph, once for each path that leads to them, in the order of the paths. */

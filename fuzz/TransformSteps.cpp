@@ -116,7 +116,7 @@ void expectSamePlaces(const std::vector<Place>& before, const std::vector<Place>
 
 void expectSamePlaces(const std::vector<Place>& before, const std::vector<Place>& after) {
     promiseNoneLost(before, after);
-    promise(before == after, "there are new places");
+    promise(before.size() == after.size(), "there are new places");
 }
 
 bool isToBeFlattened(const osg::Transform& transform, double limit) {
