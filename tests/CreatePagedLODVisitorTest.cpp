@@ -416,6 +416,20 @@ TEST(CreatePagedLODVisitor, LeavesPagesThatAreInPlaceAloneAtTheNextInsertion) {
     EXPECT_EQ(1u, page->getNumParents());
 }
 
+TEST(CreatePagedLODVisitor, LeavesPagesInsideEachOtherAloneAtTheNextInsertion) {
+    CreatePagedLODVisitor visitor(nullptr);
+    const ReferringGraph graph("tile.flt");
+    const osg::ref_ptr<osg::PagedLOD> outer = addPage(visitor, *graph.proxy);
+    const osg::ref_ptr<osg::PagedLOD> inner = addPage(visitor, *graph.proxy);
+    visitor.InsertPagedLODs();
+
+    visitor.InsertPagedLODs();
+
+    EXPECT_EQ(outer->getParents(), osg::Node::ParentList{graph.root});
+    EXPECT_EQ(inner->getParents(), osg::Node::ParentList{outer});
+    EXPECT_EQ(graph.proxy->getParents(), osg::Node::ParentList{inner});
+}
+
 TEST(CreatePagedLODVisitor, KeepsItsListSoThatAProxyBroughtBackIsPagedAgain) {
     CreatePagedLODVisitor visitor(nullptr);
     const ReferringGraph graph("tile.flt");

@@ -8,11 +8,14 @@
 #include <gmock/gmock.h>
 
 #include <osg/Billboard>
+#include <osg/Camera>
 #include <osg/LOD>
 #include <osg/MatrixTransform>
+#include <osg/PositionAttitudeTransform>
 #include <osg/Program>
 #include <osg/Sequence>
 #include <osg/Switch>
+#include <osgSim/DOFTransform>
 #include <osgSim/MultiSwitch>
 
 #include <algorithm>
@@ -435,6 +438,64 @@ TEST(OptimizeBatches, MergesDrawablesOfTheSameMaskWhateverItIs) {
     EXPECT_EQ(group->getChild(0)->getNodeMask(), 4u);
 }
 
+TEST(OptimizeBatches, MergesOnlyDrawablesWithArraysOfTheSameTypes) {
+    const osg::ref_ptr<osg::Geode> geode = makeGeode(makePair(osg::Vec3()));
+    const osg::ref_ptr<osg::Geometry> flat = makePair(osg::Vec3()), deep = makePair(osg::Vec3());
+    flat->setVertexArray(new osg::Vec2Array(2));
+    deep->setTexCoordArray(0, new osg::Vec3Array(2));
+    const osg::ref_ptr<osg::Geometry> alsoDeep = osg::clone(deep.get(), osg::CopyOp::DEEP_COPY_ALL);
+    const osg::ref_ptr<osg::Geometry> empty = new osg::Geometry;
+    for (const auto& geometry : {flat, deep, alsoDeep, empty}) geode->addDrawable(geometry);
+
+    optimize(geode);
+
+    ASSERT_EQ(geode->getNumDrawables(), 4u);
+    EXPECT_EQ(flat->getVertexArray()->getNumElements(), 2u);
+    EXPECT_EQ(deep->getVertexArray()->getNumElements() + alsoDeep->getVertexArray()->getNumElements(), 6u);
+    EXPECT_EQ(empty->getVertexArray(), nullptr);
+}
+
+TEST(OptimizeBatches, LeavesGeometriesAloneWhoseOneNormalOrColorIsMissing) {
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    for (int i = 0; i < 4; ++i) {
+        const osg::ref_ptr<osg::Geometry> pair = makePair(osg::Vec3());
+        if (i < 2) pair->setNormalArray(new osg::Vec3Array, osg::Array::BIND_OVERALL);
+        if (i > 1) pair->setColorArray(new osg::Vec4Array, osg::Array::BIND_OVERALL);
+        geode->addDrawable(pair);
+    }
+
+    optimize(geode);
+
+    EXPECT_EQ(geode->getNumDrawables(), 4u);
+}
+
+TEST(OptimizeBatches, KeepsGroupsOfOneChildWithANodeMask) {
+    const osg::ref_ptr<osg::Group> root =
+        makeGroup({makeGroup({makeOwnStatePair(1.0f)}), makeStaticShift(1.0, makeOwnStatePair(2.0f))});
+    root->getChild(0)->setNodeMask(0);
+    root->getChild(1)->setNodeMask(4);
+
+    optimize(root);
+
+    EXPECT_EQ(root->getChild(0)->getNodeMask(), 0u);
+    EXPECT_EQ(root->getChild(1)->getNodeMask(), 4u);
+}
+
+TEST(OptimizeBatches, KeepsCamerasAndTransformsThatLeaveOutWhatIsAboveThem) {
+    const osg::ref_ptr<osg::MatrixTransform> absolute = makeStaticShift(0.0, makeOwnStatePair(1.0f));
+    absolute->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
+    const osg::ref_ptr<osg::Camera> camera = new osg::Camera;
+    camera->setDataVariance(osg::Object::STATIC);
+    camera->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
+    camera->addChild(makeOwnStatePair(2.0f));
+    const osg::ref_ptr<osg::Group> root = makeGroup({absolute, camera});
+
+    optimize(root);
+
+    EXPECT_EQ(root->getChild(0), absolute);
+    EXPECT_EQ(root->getChild(1), camera);
+}
+
 TYPED_TEST(ParentOfChosenChildren, KeepsItsDrawablesApart) {
     const osg::ref_ptr<TypeParam> parent = new TypeParam;
     const std::vector<osg::ref_ptr<osg::Node>> children = {makePair(osg::Vec3()), makePair(osg::Vec3(5, 0, 0))};
@@ -501,6 +562,38 @@ TEST(OptimizeBatches, LeavesAStaticTransformAboveTheNodeThatHangsInNoGraph) {
     EXPECT_EQ(above->getDataVariance(), osg::Object::STATIC);
     EXPECT_FLOAT_EQ(geode->getBoundingBox().center().x(), 1.0f);
     EXPECT_FLOAT_EQ(node->getBound().center().x(), above->getBound().center().x() - 100.0f);
+}
+
+TEST(OptimizeBatches, MovesNothingBelowAStaticRootThatCannotBeMadeToDoNothing) {
+    const osg::ref_ptr<osgSim::DOFTransform> joint = new osgSim::DOFTransform;
+    joint->setCurrentTranslate(osg::Vec3(10, 0, 0));
+    joint->setCurrentScale(osg::Vec3(1, 1, 1));
+    const osg::ref_ptr<osg::PositionAttitudeTransform> scaled = new osg::PositionAttitudeTransform;
+    scaled->setScale(osg::Vec3d(2, 2, 2));
+    for (const osg::ref_ptr<osg::Transform>& root :
+         {osg::ref_ptr<osg::Transform>(joint), osg::ref_ptr<osg::Transform>(scaled)}) {
+        root->setDataVariance(osg::Object::STATIC);
+        root->addChild(makePairGeode(osg::Vec3(1, 2, 3)));
+        const auto points = Content(*root).points;
+
+        optimize(root);
+
+        EXPECT_EQ(Content(*root).points, points);
+        EXPECT_EQ(root->getDataVariance(), osg::Object::STATIC);
+    }
+}
+
+TEST(OptimizeBatches, FlattensAStaticRootThatCanBeMadeToDoNothing) {
+    const osg::ref_ptr<osg::PositionAttitudeTransform> root = new osg::PositionAttitudeTransform;
+    root->setPosition(osg::Vec3d(10, 0, 0));
+    root->setDataVariance(osg::Object::STATIC);
+    root->addChild(makePairGeode(osg::Vec3(1, 2, 3)));
+    const auto points = Content(*root).points;
+
+    optimize(root);
+
+    EXPECT_EQ(Content(*root).points, points);
+    EXPECT_EQ(root->getPosition(), osg::Vec3d());
 }
 
 TEST(OptimizeBatches, LeavesABillboardInPlaceThatHoldsMoreThanDrawables) {

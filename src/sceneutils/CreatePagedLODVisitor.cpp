@@ -19,7 +19,9 @@
 
 #include <filesystem>
 #include <iostream>
+#include <set>
 #include <system_error>
+#include <vector>
 
 namespace veltrane::sceneutils {
 
@@ -91,6 +93,21 @@ osg::ref_ptr<osgDB::Options> uncached() {
 std::string directoryOf(const std::string& path) {
     const std::string::size_type separator = path.find_last_of("/\\");
     return separator == std::string::npos ? std::string() : path.substr(0, separator + 1);
+}
+
+/** Whether the node hangs below the other one, with nothing or with anything between them. */
+bool hangsBelow(const osg::Node& node, const osg::Node& above) {
+    std::set<const osg::Node*> known;
+    std::vector<const osg::Node*> toClimb{&node};
+    while (!toClimb.empty()) {
+        const osg::Node* below = toClimb.back();
+        toClimb.pop_back();
+        for (const osg::Group* parent : below->getParents()) {
+            if (parent == &above) return true;
+            if (known.insert(parent).second) toClimb.push_back(parent);
+        }
+    }
+    return false;
 }
 
 // What identifies a file that convert() is asked for, whichever way leads to it.
@@ -275,7 +292,7 @@ void CreatePagedLODVisitor::InsertPagedLODs() {
         const osg::ref_ptr<osg::PagedLOD> plod = observedPlod.valid() ? observedPlod.get() : nullptr;
         if (!proxy || !plod) continue;
         if (proxy->getNumParents() == 0 || !proxy->getParent(0)) continue;
-        if (plod->containsNode(proxy.get())) continue;
+        if (hangsBelow(*proxy, *plod)) continue;
 
         proxy->getParent(0)->replaceChild(proxy.get(), plod.get());
         plod->addChild(proxy.get(), 0.0f, static_cast<float>(plod->getRadius()) + maxRange);

@@ -1,8 +1,11 @@
 #include "MergeGuards.h"
 
 #include <osg/Billboard>
+#include <osg/Camera>
+#include <osg/Geometry>
 #include <osg/LOD>
 #include <osg/NodeVisitor>
+#include <osg/PositionAttitudeTransform>
 #include <osg/Sequence>
 #include <osg/Switch>
 #include <osgSim/MultiSwitch>
@@ -58,15 +61,60 @@ bool showsSomeChildren(const osg::Group& group) {
            dynamic_cast<const osg::Sequence*>(&group) || dynamic_cast<const osgSim::MultiSwitch*>(&group);
 }
 
-/** Those whose mask is not that of the group's first one. */
-void addDrawablesOfOtherMasks(osg::Group& group, std::set<osg::Drawable*>& others) {
-    const osg::Drawable* first = nullptr;
+/** What drawables must have in common to be fused: the mask, and the types of all arrays; 0 for one that is not there.
+ */
+using DrawableKind = std::vector<unsigned int>;
+
+DrawableKind kindOf(const osg::Drawable& drawable) {
+    DrawableKind kind = {drawable.getNodeMask()};
+    const osg::Geometry* geometry = drawable.asGeometry();
+    if (!geometry) return kind;
+
+    const auto addType = [&kind](const osg::Array* array) {
+        kind.push_back(array ? static_cast<unsigned int>(array->getType()) : 0u);
+    };
+    addType(geometry->getVertexArray());
+    addType(geometry->getNormalArray());
+    addType(geometry->getColorArray());
+    addType(geometry->getSecondaryColorArray());
+    addType(geometry->getFogCoordArray());
+    kind.push_back(geometry->getNumTexCoordArrays());
+    for (unsigned int i = 0; i < geometry->getNumTexCoordArrays(); ++i) addType(geometry->getTexCoordArray(i));
+    for (unsigned int i = 0; i < geometry->getNumVertexAttribArrays(); ++i) addType(geometry->getVertexAttribArray(i));
+    return kind;
+}
+
+/** Those that are not of the kind of the group's first one. */
+void addUnlikeDrawables(osg::Group& group, std::map<osg::Drawable*, DrawableKind>& others) {
+    DrawableKind first;
     for (unsigned int i = 0; i < group.getNumChildren(); ++i) {
         osg::Drawable* drawable = group.getChild(i)->asDrawable();
         if (!drawable) continue;
-        if (!first) first = drawable;
-        if (drawable->getNodeMask() != first->getNodeMask()) others.insert(drawable);
+        DrawableKind kind = kindOf(*drawable);
+        if (first.empty()) first = kind;
+        if (kind != first) others.emplace(drawable, std::move(kind));
     }
+}
+
+bool hasOneValueButNone(const osg::Array* array) {
+    return array && array->getBinding() == osg::Array::BIND_OVERALL && array->getNumElements() == 0;
+}
+
+bool isIncomplete(const osg::Geometry& geometry) {
+    return hasOneValueButNone(geometry.getNormalArray()) || hasOneValueButNone(geometry.getColorArray());
+}
+
+/** Whether the optimizer makes the transform one that does nothing when it has flattened it and has to keep it. */
+bool canBeMadeIdentity(const osg::Transform& transform) {
+    if (transform.asMatrixTransform()) return true;
+    const osg::PositionAttitudeTransform* placed = transform.asPositionAttitudeTransform();
+    return placed && placed->getScale() == osg::Vec3d(1.0, 1.0, 1.0);
+}
+
+bool doesMoreThanHold(const osg::Group& group) {
+    if (group.getNodeMask() != anyMask || dynamic_cast<const osg::Camera*>(&group)) return true;
+    const osg::Transform* transform = group.asTransform();
+    return transform && transform->getReferenceFrame() != osg::Transform::RELATIVE_RF;
 }
 
 }  // namespace
@@ -94,6 +142,8 @@ RootTransformsKept::RootTransformsKept(osg::Node& node) {
                 _transforms.emplace_back(transform);
         }
     }
+    osg::Transform* own = node.asTransform();
+    if (own && own->getDataVariance() == osg::Object::STATIC && !canBeMadeIdentity(*own)) _transforms.emplace_back(own);
     for (const auto& transform : _transforms) transform->setDataVariance(osg::Object::UNSPECIFIED);
 }
 
@@ -123,25 +173,40 @@ LODCentersFixed::~LODCentersFixed() {
     }
 }
 
+void keepEffectiveNodes(osg::Node& root, osgUtil::Optimizer& optimizer) {
+    forEachGroup(root, [&optimizer](osg::Group& group) {
+        if (doesMoreThanHold(group)) forbid(optimizer, group, osgUtil::Optimizer::REMOVE_REDUNDANT_NODES);
+    });
+}
+
+void keepIncompleteGeometries(osg::Node& root, osgUtil::Optimizer& optimizer) {
+    forEachGroup(root, [&optimizer](osg::Group& group) {
+        for (unsigned int i = 0; i < group.getNumChildren(); ++i) {
+            const osg::Geometry* geometry = group.getChild(i)->asGeometry();
+            if (geometry && isIncomplete(*geometry)) forbid(optimizer, *geometry, osgUtil::Optimizer::MERGE_GEOMETRY);
+        }
+    });
+}
+
 void keepChosenChildren(osg::Node& root, osgUtil::Optimizer& optimizer) {
     forEachGroup(root, [&optimizer](osg::Group& group) {
         if (showsSomeChildren(group)) forbid(optimizer, group, osgUtil::Optimizer::MERGE_GEOMETRY);
     });
 }
 
-DrawableMasksApart::DrawableMasksApart(osg::Node& root) {
-    std::set<osg::Drawable*> others;
-    forEachGroup(root, [&others](osg::Group& group) { addDrawablesOfOtherMasks(group, others); });
-    std::map<std::pair<osg::Node::NodeMask, osg::StateSet*>, osg::ref_ptr<osg::StateSet>> apart;
-    for (osg::Drawable* drawable : others) {
+UnlikeDrawablesApart::UnlikeDrawablesApart(osg::Node& root) {
+    std::map<osg::Drawable*, DrawableKind> others;
+    forEachGroup(root, [&others](osg::Group& group) { addUnlikeDrawables(group, others); });
+    std::map<std::pair<DrawableKind, osg::StateSet*>, osg::ref_ptr<osg::StateSet>> apart;
+    for (const auto& [drawable, kind] : others) {
         _drawables.push_back({drawable, drawable->getStateSet()});
-        osg::ref_ptr<osg::StateSet>& stateSet = apart[{drawable->getNodeMask(), drawable->getStateSet()}];
+        osg::ref_ptr<osg::StateSet>& stateSet = apart[{kind, drawable->getStateSet()}];
         if (!stateSet) stateSet = new osg::StateSet;
         drawable->setStateSet(stateSet);
     }
 }
 
-DrawableMasksApart::~DrawableMasksApart() {
+UnlikeDrawablesApart::~UnlikeDrawablesApart() {
     for (const SetApart& each : _drawables) each.drawable->setStateSet(each.ownStateSet);
 }
 

@@ -17,9 +17,9 @@ namespace veltrane::sceneutils {
 void keepIncompleteBillboards(osg::Node& root, osgUtil::Optimizer& optimizer);
 
 /**
- * Keeps static transforms above a node from being flattened if they hang in no graph: with no parent to be replaced in
- * they would stay, and the optimizer would move what is below them again and again without end. While this lives they
- * are not static.
+ * Keeps static transforms from being flattened that would stay although what is below them has moved: those above a
+ * node that hang in no graph, with no parent to be replaced in, and the node itself, if it is a transform of a kind
+ * that the optimizer cannot make do nothing. While this lives they are not static.
  */
 class RootTransformsKept {
 public:
@@ -54,21 +54,30 @@ private:
     std::vector<Fixed> _lods;
 };
 
+/** Forbids the optimizer to remove groups and transforms that do more than to hold their child: those that a node mask
+ * hides from some, cameras, and transforms that leave out what is above them. */
+void keepEffectiveNodes(osg::Node& root, osgUtil::Optimizer& optimizer);
+
+/** Forbids the optimizer to fuse geometries with an array that has one value for all, and has none: it would be read.
+ */
+void keepIncompleteGeometries(osg::Node& root, osgUtil::Optimizer& optimizer);
+
 /** Forbids the optimizer to fuse the drawables directly below nodes that show only some of their children: LODs,
  * switches, sequences and multi-switches. */
 void keepChosenChildren(osg::Node& root, osgUtil::Optimizer& optimizer);
 
 /**
- * Keeps drawables of different node masks from being fused, as all would be drawn with the mask of one of them: while
- * this lives, those side by side whose mask is not that of the first one have state sets of their own, one for each
- * mask and state set. Groups whose drawables all have the same mask are left alone.
+ * Keeps drawables of different node masks from being fused, as all would be drawn with the mask of one of them, and
+ * those with arrays of different types, as the arrays of all but one would be lost and primitives lead past the end of
+ * what is left. While this lives, those side by side that differ from the first one have state sets of their own, one
+ * for each kind and state set. Groups whose drawables are all of one kind are left alone.
  */
-class DrawableMasksApart {
+class UnlikeDrawablesApart {
 public:
-    explicit DrawableMasksApart(osg::Node& root);
-    ~DrawableMasksApart();
-    DrawableMasksApart(const DrawableMasksApart&) = delete;
-    DrawableMasksApart& operator=(const DrawableMasksApart&) = delete;
+    explicit UnlikeDrawablesApart(osg::Node& root);
+    ~UnlikeDrawablesApart();
+    UnlikeDrawablesApart(const UnlikeDrawablesApart&) = delete;
+    UnlikeDrawablesApart& operator=(const UnlikeDrawablesApart&) = delete;
 
 private:
     struct SetApart {

@@ -55,8 +55,10 @@ void OptimizeBatches::process(osg::Node* node) {
         const LODCentersFixed fixed(*node);
         optimizer.optimize(node, osgUtil::Optimizer::FLATTEN_STATIC_TRANSFORMS);
     });
-    run(Step::RemoveRedundantNodes, *node,
-        [&] { optimizer.optimize(node, osgUtil::Optimizer::REMOVE_REDUNDANT_NODES); });
+    run(Step::RemoveRedundantNodes, *node, [&] {
+        keepEffectiveNodes(*node, optimizer);
+        optimizer.optimize(node, osgUtil::Optimizer::REMOVE_REDUNDANT_NODES);
+    });
     if (_unspatializeRadius > 0.0) {
         run(Step::UnspatializeSmallAreas, *node, [&] { UnspatializeSmallAreas::process(node, _unspatializeRadius); });
     }
@@ -66,7 +68,8 @@ void OptimizeBatches::process(osg::Node* node) {
     });
     run(Step::MergeGeometry, *node, [&] {
         keepChosenChildren(*node, optimizer);
-        const DrawableMasksApart apart(*node);
+        keepIncompleteGeometries(*node, optimizer);
+        const UnlikeDrawablesApart apart(*node);
         optimizer.optimize(node, osgUtil::Optimizer::MERGE_GEOMETRY);
     });
 }
