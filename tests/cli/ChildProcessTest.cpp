@@ -57,7 +57,7 @@ std::vector<std::string> messagesOf(const Work& work) {
 
 void useProcessorTime(double seconds) {
     const std::clock_t begin = std::clock();
-    while (static_cast<double>(std::clock() - begin) < seconds * CLOCKS_PER_SEC) {
+    while (static_cast<double>(std::clock() - begin) < seconds * static_cast<double>(CLOCKS_PER_SEC)) {
     }
 }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -83,6 +84,23 @@ TEST(ConvertJobsTogether, DoNoHarmWhenTheyAreStartedAtTheSameMoment) {
     }
     expectSameOutputs(outputsIn(folder / "out"), expected);
     expectPlainRunCompletes(folder.path(), expected);
+}
+
+TEST(ConvertJobsTogether, WaitAMomentForARunThatIsAboutToEnd) {
+    const TemporaryDirectory folder;
+    writeSample(folder, 1);
+    convertInJobs(folder.path());
+    writeFlight(folder / "in/master.flt", 20);
+    auto another = std::make_unique<StateLock>(fs::canonical(folder / "out") / ".sceneutils/m.ive");
+    ToolProcess waiting(SCENEUTILS_TOOL, arguments({"--jobs", "2"}), in(folder));
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    EXPECT_TRUE(waiting.isRunning());
+
+    another->leaveInOrder();
+    another.reset();
+
+    const ToolResult result = waiting.wait();
+    EXPECT_EQ(result.status, 0) << result.errors;
 }
 
 TEST(ConvertJobsTogether, KeepAConversionInOrderOut) {
