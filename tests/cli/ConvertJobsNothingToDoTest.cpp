@@ -126,9 +126,11 @@ TEST(ConvertJobsNothingToDo, IsNotBelievedOfARecordWithAnyByteChanged) {
 
 TEST(ConvertJobsNothingToDo, IsNotBelievedOfOtherOptions) {
     const std::vector<std::string> plain = {"convert", "in/master.flt", "out/m.ive", "--jobs", "2"};
-    for (const std::vector<std::string>& more :
-         {std::vector<std::string>{}, {"--convert-references"}, {"--recurse", "--max-range", "5"},
-          {"--recurse", "--no-smooth"}, {"--recurse", "--textures", "copy"}}) {
+    for (const std::vector<std::string>& more : {std::vector<std::string>{},
+                                                 {"--convert-references"},
+                                                 {"--recurse", "--max-range", "5"},
+                                                 {"--recurse", "--no-smooth"},
+                                                 {"--recurse", "--textures", "copy"}}) {
         const TemporaryDirectory folder;
         writeDatabase(folder, "a.png");
         writeGrey(folder / "in/sub/a.png", 100);
