@@ -58,6 +58,8 @@ std::vector<std::string> messagesOf(const Work& work) {
 void useProcessorTime(double seconds) {
     const std::clock_t begin = std::clock();
     while (static_cast<double>(std::clock() - begin) < seconds * static_cast<double>(CLOCKS_PER_SEC)) {
+        for (volatile unsigned int i = 0; i < 1'000'000; i = i + 1) {
+        }
     }
 }
 

@@ -6,10 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 using namespace testing_support;
@@ -91,13 +94,13 @@ TEST(ConvertJobsTogether, WaitAMomentForARunThatIsAboutToEnd) {
     writeSample(folder, 1);
     convertInJobs(folder.path());
     writeFlight(folder / "in/master.flt", 20);
-    auto another = std::make_unique<StateLock>(fs::canonical(folder / "out") / ".sceneutils/m.ive");
+    const int lock = open((folder / "out/.sceneutils/m.ive/lock").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);
     ToolProcess waiting(SCENEUTILS_TOOL, arguments({"--jobs", "2"}), in(folder));
     std::this_thread::sleep_for(std::chrono::seconds(1));
     EXPECT_TRUE(waiting.isRunning());
 
-    another->leaveInOrder();
-    another.reset();
+    close(lock);
 
     const ToolResult result = waiting.wait();
     EXPECT_EQ(result.status, 0) << result.errors;

@@ -51,8 +51,9 @@ Sizes batchSizes(const TemporaryDirectory& folder, unsigned int processes) {
     ScheduleSettings settings;
     settings.jobs = processes;
     const JobPlan plan(planFiles(options), state);
+    const JobScheduler scheduler(plan, state, settings);
     Sizes sizes;
-    for (const auto& batch : JobScheduler(plan, state, settings).batches()) sizes.push_back(batch.size());
+    for (const JobScheduler::Batch& batch : scheduler.batches()) sizes.push_back(batch.size());
     return sizes;
 }
 
