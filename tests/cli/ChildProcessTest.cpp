@@ -404,11 +404,11 @@ TEST(RunInChild, GivesEachPieceOfWorkAllTimeByTheClock) {
 
 TEST(RunInChild, GivesEachPieceOfWorkAllProcessorTime) {
     ChildLimits limits(2);
-    limits.piecesOfWork = 4;
+    limits.piecesOfWork = 5;
     const auto work = [](const MessageSender& parent) {
-        for (int i = 0; i < 4; ++i) {
+        for (int i = 0; i < 5; ++i) {
             if (i > 0) parent.startAnew();
-            useProcessorTime(0.7);
+            useProcessorTime(0.8);
         }
     };
     const ChildEnd end = runInChild(limits, work, ignoreMessage);
@@ -418,7 +418,7 @@ TEST(RunInChild, GivesEachPieceOfWorkAllProcessorTime) {
 
 TEST(RunInChild, EndsAPieceOfWorkThatTakesTooMuchTime) {
     ChildLimits limits(1);
-    limits.piecesOfWork = 100;
+    limits.piecesOfWork = 10;
     const auto useAll = [](const MessageSender& parent) {
         parent.startAnew();
         useProcessorTime();
