@@ -48,14 +48,15 @@ ConversionOptions optionsIn(const TemporaryDirectory& folder) {
     return options;
 }
 
-/** Whether a run that has found that, and a folder with that time before, is believed to have seen all. */
-bool isBelieved(const TemporaryDirectory& folder, const Lookup& lookup, std::int64_t timeBefore) {
+/** Whether a run is believed to have seen all that has found that; the plan may have seen its folder before. */
+bool isBelieved(const TemporaryDirectory& folder, const Lookup& lookup,
+                std::optional<std::int64_t> timeBefore = std::nullopt) {
     const ConversionOptions options = optionsIn(folder);
     const StateFolder state(stateFolderOf(options.output));
     fs::create_directories(state.path());
     writeBytes(state.path() / "lock", "");
     ConversionPlan plan = planFiles(options);
-    plan.seenFolders[lookup.folder.string()] = timeBefore;
+    if (timeBefore) plan.seenFolders[lookup.folder.string()] = *timeBefore;
     PlannedJob planned;
     planned.job.conversion.path = options.input;
     planned.job.input = stampOf(options.input);
@@ -182,6 +183,19 @@ TEST(ConvertJobsNothingToDo, IsNotBelievedIfSomethingHasChangedWhileItWasLookedA
     EXPECT_FALSE(isBelieved(folder, elsewhere, time));
     EXPECT_FALSE(isBelieved(folder, wasAbsent, time));
     EXPECT_FALSE(isBelieved(folder, absent, time - 1));
+}
+
+TEST(ConvertJobsNothingToDo, EndsWhenSomethingComesThatOnlyAJobHasLookedFor) {
+    const TemporaryDirectory folder;
+    writeDatabase(folder, "a.png");
+    const fs::path elsewhere = folder / "elsewhere";
+    fs::create_directories(elsewhere);
+    fs::last_write_time(elsewhere, fs::file_time_type::clock::now() - std::chrono::seconds(5));
+    EXPECT_TRUE(isBelieved(folder, {elsewhere, "b.png", {}, {}, {}}));
+
+    writeBytes(elsewhere / "b.png", "anything");
+
+    EXPECT_FALSE(FinishedRun::unchanged(optionsIn(folder)));
 }
 
 TEST(ConvertJobsNothingToDo, IsNotBelievedOfAnotherVersion) {
