@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <iostream>
 #include <numeric>
 #include <stdexcept>
@@ -51,6 +52,14 @@ std::vector<std::string> messagesOf(const Work& work) {
 
 [[noreturn]] void useProcessorTime() {
     for (volatile unsigned int i = 0;; i = i + 1) {
+    }
+}
+
+void useProcessorTime(double seconds) {
+    const std::clock_t begin = std::clock();
+    while (static_cast<double>(std::clock() - begin) < seconds * static_cast<double>(CLOCKS_PER_SEC)) {
+        for (volatile unsigned int i = 0; i < 1'000'000; i = i + 1) {
+        }
     }
 }
 
@@ -375,6 +384,53 @@ TEST(RunInChild, LeavesAChildAloneThatKeepsToItsTime) {
     EXPECT_FALSE(end.tookTooLong);
     EXPECT_EQ(end.exitStatus, 0);
     EXPECT_EQ(message, "done");
+}
+
+TEST(RunInChild, GivesEachPieceOfWorkAllTimeByTheClock) {
+    ChildLimits limits(plenty);
+    limits.seconds = 2;
+    limits.piecesOfWork = 4;
+    const auto work = [](const MessageSender& parent) {
+        for (int i = 0; i < 4; ++i) {
+            if (i > 0) parent.startAnew();
+            std::this_thread::sleep_for(std::chrono::milliseconds(700));
+        }
+    };
+    const ChildEnd end = runInChild(limits, work, ignoreMessage);
+    EXPECT_FALSE(end.tookTooLong);
+    EXPECT_EQ(end.exitStatus, 0);
+    EXPECT_EQ(end.signal, 0);
+}
+
+TEST(RunInChild, GivesEachPieceOfWorkAllProcessorTime) {
+    ChildLimits limits(2);
+    limits.piecesOfWork = 5;
+    const auto work = [](const MessageSender& parent) {
+        for (int i = 0; i < 5; ++i) {
+            if (i > 0) parent.startAnew();
+            useProcessorTime(0.8);
+        }
+    };
+    const ChildEnd end = runInChild(limits, work, ignoreMessage);
+    EXPECT_EQ(end.exitStatus, 0);
+    EXPECT_EQ(end.signal, 0);
+}
+
+TEST(RunInChild, EndsAPieceOfWorkThatTakesTooMuchTime) {
+    ChildLimits limits(1);
+    limits.piecesOfWork = 10;
+    const auto useAll = [](const MessageSender& parent) {
+        parent.startAnew();
+        useProcessorTime();
+    };
+    EXPECT_EQ(runInChild(limits, useAll, ignoreMessage).signal, SIGXCPU);
+
+    limits.seconds = 1;
+    const auto wait = [](const MessageSender& parent) {
+        parent.startAnew();
+        pause();
+    };
+    EXPECT_TRUE(runInChild(limits, wait, ignoreMessage).tookTooLong);
 }
 
 TEST(RunInChild, EndsAChildThatNeedsMoreMemory) {

@@ -1,4 +1,4 @@
-#include "convert/JobFiles.h"
+#include "convert/FinishedRun.h"
 #include "support/JobConversions.h"
 #include "support/TexturedModels.h"
 
@@ -9,10 +9,10 @@
 
 namespace fs = std::filesystem;
 using namespace testing_support;
+using namespace veltrane::sceneutils::tool;
 using testing::EndsWith;
-using veltrane::sceneutils::tool::asHexadecimal;
-using veltrane::sceneutils::tool::canOrderObjectsByAge;
-using veltrane::sceneutils::tool::hashOf;
+using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -37,6 +37,35 @@ void expectNoticed(const TemporaryDirectory& folder, const std::function<void()>
     convertInJobs(folder.path(), {}, settings);
     for (const auto& [name, content] : outputsIn(folder / "out"))
         EXPECT_TRUE(outputs.count(name) != 0 && (outputs.at(name) == content || !canOrderObjectsByAge())) << name;
+}
+
+/** What convertInJobs() asks for. */
+ConversionOptions optionsIn(const TemporaryDirectory& folder) {
+    ConversionOptions options;
+    options.input = folder / "in/master.flt";
+    options.output = folder / "out/m.ive";
+    options.recurse = true;
+    return options;
+}
+
+/** Whether a run is believed to have seen all that has found that; the plan may have seen its folder before. */
+bool isBelieved(const TemporaryDirectory& folder, const Lookup& lookup,
+                std::optional<std::int64_t> timeBefore = std::nullopt) {
+    const ConversionOptions options = optionsIn(folder);
+    const StateFolder state(stateFolderOf(options.output));
+    fs::create_directories(state.path());
+    writeBytes(state.path() / "lock", "");
+    ConversionPlan plan = planFiles(options);
+    if (timeBefore) plan.seenFolders[lookup.folder.string()] = *timeBefore;
+    PlannedJob planned;
+    planned.job.conversion.path = options.input;
+    planned.job.input = stampOf(options.input);
+    StoredResult result;
+    result.lookups = {lookup};
+    FinishedRun run(plan, ConversionReport());
+    run.add(planned, result);
+    run.write(state);
+    return FinishedRun::unchanged(options).has_value();
 }
 
 }  // namespace
@@ -82,6 +111,93 @@ TEST(ConvertJobsNothingToDo, IsNotBelievedOfADamagedRecord) {
     }
 }
 
+TEST(ConvertJobsNothingToDo, IsNotBelievedOfARecordWithAnyByteChanged) {
+    const TemporaryDirectory folder;
+    writeDatabase(folder, "a.png");
+    convertInJobs(folder.path());
+    ASSERT_TRUE(FinishedRun::unchanged(optionsIn(folder)));
+    const std::string whole = readBytes(folder / record);
+    for (std::size_t i = 0; i < whole.size(); ++i) {
+        std::string bytes = whole;
+        bytes[i] = static_cast<char>(bytes[i] ^ 1);
+        writeBytes(folder / record, bytes);
+        EXPECT_FALSE(FinishedRun::unchanged(optionsIn(folder))) << i;
+    }
+}
+
+TEST(ConvertJobsNothingToDo, IsNotBelievedOfOtherOptions) {
+    const std::vector<std::string> plain = {"convert", "in/master.flt", "out/m.ive", "--jobs", "2"};
+    for (const std::vector<std::string>& more : {std::vector<std::string>{},
+                                                 {"--convert-references"},
+                                                 {"--recurse", "--max-range", "5"},
+                                                 {"--recurse", "--no-smooth"},
+                                                 {"--recurse", "--textures", "copy"}}) {
+        const TemporaryDirectory folder;
+        writeDatabase(folder, "a.png");
+        writeGrey(folder / "in/sub/a.png", 100);
+        convertInJobs(folder.path());
+        std::vector<std::string> arguments = plain;
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        ToolSettings settings;
+        settings.workingDirectory = folder.path();
+
+        const ToolResult result = runTool(arguments, settings);
+
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_THAT(result.output, Not(HasSubstr("2 were up to date")));
+    }
+}
+
+TEST(ConvertJobsNothingToDo, IsNotBelievedOfAnotherInputOrOutput) {
+    const TemporaryDirectory folder;
+    writeDatabase(folder, "a.png");
+    convertInJobs(folder.path());
+    fs::copy(folder / "in", folder / "in2", fs::copy_options::recursive);
+    fs::copy(folder / "out", folder / "out2", fs::copy_options::recursive);
+    ASSERT_TRUE(FinishedRun::unchanged(optionsIn(folder)));
+
+    ConversionOptions otherInput = optionsIn(folder);
+    otherInput.input = folder / "in2/master.flt";
+    ConversionOptions otherOutput = optionsIn(folder);
+    otherOutput.output = folder / "out2/m.ive";
+
+    EXPECT_FALSE(FinishedRun::unchanged(otherInput));
+    EXPECT_FALSE(FinishedRun::unchanged(otherOutput));
+}
+
+TEST(ConvertJobsNothingToDo, IsNotBelievedIfSomethingHasChangedWhileItWasLookedAt) {
+    const TemporaryDirectory folder;
+    writeDatabase(folder, "a.png");
+    writeGrey(folder / "in/sub/a.png", 100);
+    const std::string texture = folder / "in/sub/a.png";
+    const Lookup present = {folder / "in/sub", "a.png", texture, stampOf(texture), stampOf(texture + ".attr")};
+    const Lookup absent = {folder / "in/sub", "b.png", {}, {}, {}};
+    Lookup elsewhere = present;
+    elsewhere.found = folder / "in/a.png";
+    Lookup wasAbsent = present;
+    wasAbsent.found = {};
+    const std::int64_t time = timeOfFolder(folder / "in/sub");
+
+    EXPECT_TRUE(isBelieved(folder, present, time));
+    EXPECT_TRUE(isBelieved(folder, absent, time));
+    EXPECT_FALSE(isBelieved(folder, elsewhere, time));
+    EXPECT_FALSE(isBelieved(folder, wasAbsent, time));
+    EXPECT_FALSE(isBelieved(folder, absent, time - 1));
+}
+
+TEST(ConvertJobsNothingToDo, EndsWhenSomethingComesThatOnlyAJobHasLookedFor) {
+    const TemporaryDirectory folder;
+    writeDatabase(folder, "a.png");
+    const fs::path elsewhere = folder / "elsewhere";
+    fs::create_directories(elsewhere);
+    fs::last_write_time(elsewhere, fs::file_time_type::clock::now() - std::chrono::seconds(5));
+    EXPECT_TRUE(isBelieved(folder, {elsewhere, "b.png", {}, {}, {}}));
+
+    writeBytes(elsewhere / "b.png", "anything");
+
+    EXPECT_FALSE(FinishedRun::unchanged(optionsIn(folder)));
+}
+
 TEST(ConvertJobsNothingToDo, IsNotBelievedOfAnotherVersion) {
     const TemporaryDirectory folder;
     writeDatabase(folder, "a.png");
@@ -107,6 +223,19 @@ TEST(ConvertJobsNothingToDo, EndsWhenATextureOfTheRightLetterCaseComes) {
     writeDatabase(folder, "a.png");
     writeGrey(folder / "in/sub/A.PNG", 100);
     expectNoticed(folder, [&] { writeGrey(folder / "in/sub/a.png", 200); });
+}
+
+TEST(ConvertJobsNothingToDo, EndsWhenAFileHasAnotherSizeOrAnotherTime) {
+    const TemporaryDirectory folder;
+    writeDatabase(folder, "a.png");
+    writeGrey(folder / "in/sub/a.png", 100);
+    const fs::path tile = folder / "in/sub/tile.flt";
+    expectNoticed(folder, [&] {
+        const auto time = fs::last_write_time(tile);
+        writeFlight(tile, 7);
+        fs::last_write_time(tile, time);
+    });
+    expectNoticed(folder, [&] { fs::last_write_time(tile, fs::last_write_time(tile) + std::chrono::seconds(5)); });
 }
 
 TEST(ConvertJobsNothingToDo, EndsWhenALinkLeadsElsewhere) {

@@ -427,6 +427,44 @@ TEST(ConvertJobs, SayInADryRunWhatTheyWouldDoAndWhy) {
     EXPECT_EQ(stateOf(folder.path()), before);
 }
 
+TEST(ConvertJobs, SayInADryRunWhatFollowsFromWhatMayFollow) {
+    const TemporaryDirectory folder;
+    writeTree(folder.path());
+    convertInJobs(folder.path());
+    writeFlight(folder / "in/c.flt", 9);
+
+    EXPECT_EQ(convertInJobs(folder.path(), {"--dry-run"}).output,
+              "master.flt: only if the bounding sphere of a file that it refers to changes\n"
+              "a.flt: only if the bounding sphere of a file that it refers to changes\n"
+              "c.flt: has changed\n"
+              "4 files, 1 to convert, 2 more if bounding spheres change, 1 up to date, 0 that cannot be converted\n");
+}
+
+TEST(ConvertJobs, SayInADryRunWhatIsDifferentAboutAFile) {
+    const TemporaryDirectory folder;
+    const std::string texture = folder / "in/pictures/a.png";
+    const auto whyAfter = [&](const std::function<void()>& change) {
+        fs::remove_all(folder / "in");
+        fs::remove_all(folder / "out");
+        writeGrey(texture, 100);
+        writeFlight(folder / "in/master.flt", 20, {"tile.flt"});
+        writeFlight(folder / "in/tile.flt", *makeTextured("pictures/a.png"));
+        convertInJobs(folder.path());
+        change();
+        const std::string output = convertInJobs(folder.path(), {"--dry-run", "--overwrite"}).output;
+        const std::size_t begin = output.find("tile.flt: ") + 10;
+        return output.substr(begin, output.find('\n', begin) - begin);
+    };
+
+    EXPECT_EQ(whyAfter([&] { writeBytes(folder / "out/tile.ive", "mine"); }), "its output has been changed");
+    EXPECT_EQ(whyAfter([&] { fs::remove(texture); }), "a.png is missing");
+    EXPECT_EQ(whyAfter([&] { writeGrey(texture, 150); }), "a.png has changed");
+    EXPECT_EQ(whyAfter([&] { writeBytes(texture + ".attr", "x"); }), "a.png: its attributes have changed");
+    EXPECT_EQ(whyAfter([&] { fs::rename(texture, folder / "in/a.png"); }), "a.png is another file");
+    EXPECT_EQ(whyAfter([&] { fs::remove(folder / "out/pictures/a.png"); }),
+              "the texture a.png is missing or has been changed");
+}
+
 TEST(ConvertJobs, PutTheLauncherInFrontOfEveryJob) {
     const TemporaryDirectory folder;
     writeTree(folder.path());

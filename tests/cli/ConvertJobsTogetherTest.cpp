@@ -10,6 +10,10 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 namespace fs = std::filesystem;
 using namespace testing_support;
 using testing::AnyOf;
@@ -83,6 +87,23 @@ TEST(ConvertJobsTogether, DoNoHarmWhenTheyAreStartedAtTheSameMoment) {
     }
     expectSameOutputs(outputsIn(folder / "out"), expected);
     expectPlainRunCompletes(folder.path(), expected);
+}
+
+TEST(ConvertJobsTogether, WaitAMomentForARunThatIsAboutToEnd) {
+    const TemporaryDirectory folder;
+    writeSample(folder, 1);
+    convertInJobs(folder.path());
+    writeFlight(folder / "in/master.flt", 20);
+    const int lock = open((folder / "out/.sceneutils/m.ive/lock").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);
+    ToolProcess waiting(SCENEUTILS_TOOL, arguments({"--jobs", "2"}), in(folder));
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    EXPECT_TRUE(waiting.isRunning());
+
+    close(lock);
+
+    const ToolResult result = waiting.wait();
+    EXPECT_EQ(result.status, 0) << result.errors;
 }
 
 TEST(ConvertJobsTogether, KeepAConversionInOrderOut) {

@@ -437,6 +437,23 @@ TEST(ConvertJobsTrouble, ReplacesNothingThatIsNotItsOwn) {
     EXPECT_EQ(widthOf(folder / "out/good.ive"), 3.0f);
 }
 
+TEST(ConvertJobsTrouble, ReplacesNothingThatSomebodyPutsThereMeanwhile) {
+    const TemporaryDirectory folder;
+    writeWithOneBad(folder, [](const fs::path& path) { writeFlight(path, 7); });
+    convertInJobs(folder.path());
+    writeFlight(folder / "in/good.flt", 4);
+    // The working directory is the state's.
+    writeBytes(folder / "meddle", "#!/bin/sh\necho mine > ../../good.ive\nexec \"$@\"\n");
+    fs::permissions(folder / "meddle", fs::perms::owner_all);
+
+    const ToolResult result = convertInJobs(folder.path(), {"--launcher", folder / "meddle"});
+
+    EXPECT_EQ(result.status, 5);
+    EXPECT_THAT(result.errorLines(),
+                ElementsAre(EndsWith("/out/good.ive: exists already; pass --overwrite to replace it")));
+    EXPECT_EQ(readBytes(folder / "out/good.ive"), "mine\n");
+}
+
 TEST(ConvertJobsTrouble, SaysThatAnOutputFolderIsNone) {
     const TemporaryDirectory folder;
     writeWithOneBad(folder, [](const fs::path& path) { writeFlight(path, 7); });

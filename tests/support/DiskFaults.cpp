@@ -6,6 +6,7 @@
 //   SCENEUTILS_TEST_UNREADABLE  reading files with this in their names fails
 //   SCENEUTILS_TEST_BADSECTOR   reading them as streams does, which the tool's own look at OpenFlight files is not
 //   SCENEUTILS_TEST_KILL   who is about to give a file a name with this in it is killed
+//   SCENEUTILS_TEST_ONCE   a folder that is made when a disk is full or somebody killed; once it is there, nobody is
 //   SCENEUTILS_TEST_SLEEP  whoever converts and opens a file with this in its name waits for ever
 
 #include <cerrno>
@@ -18,6 +19,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -52,8 +54,15 @@ void note(const std::string& line) {
     close(file);
 }
 
+/** Whether what may happen only once has not happened yet, which from now on it has. */
+bool happensNow() {
+    const char* mark = std::getenv("SCENEUTILS_TEST_ONCE");
+    return !mark || mkdir(mark, 0777) == 0;
+}
+
 bool isFull(int file) {
     if (!std::getenv("SCENEUTILS_TEST_FULL") || !isMeant("SCENEUTILS_TEST_FULL", pathOf(file))) return false;
+    if (!happensNow()) return false;
     errno = ENOSPC;
     return true;
 }
@@ -74,7 +83,7 @@ bool isBroken(int file) {
 
 void noteRename(const char* from, const char* to) {
     note(std::string("rename ") + from + "|" + to);
-    if (isMeant("SCENEUTILS_TEST_KILL", to)) raise(SIGKILL);
+    if (isMeant("SCENEUTILS_TEST_KILL", to) && happensNow()) raise(SIGKILL);
 }
 
 bool isAtWork() {
