@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Counts which lines of the project the tests run. Prints a table of folders and files, and writes pages that show each
 # line: build/coverage/lines/index.html. Fails if a test does, or if less of the library is run than has to be.
+#
+#     scripts/coverage.sh [PROGRAM...]      PROGRAM: of tests; default: all that are named below. For the library
+#                                           sceneutils_tests alone will do.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -9,14 +12,17 @@ least=95 # per cent of the library's lines
 build=build/coverage
 report=$build/lines
 shards=2
+programs=("$@")
+[ $# -gt 0 ] || programs=(veltrane_logging_tests sceneutils_tests sceneutils_render_tests sceneutils_cli_tests)
 
 command -v gcovr >/dev/null || { echo "coverage: gcovr is missing: apt-get install gcovr" >&2; exit 1; }
 
 # run_tests PROGRAM: in several processes at a time, each with a part of the tests.
 run_tests() {
-    local shard failed=0 log=$build/${1##*/} processes=()
+    local shard failed=0 log=$build/$1 program processes=()
+    program=$(find $build/tests -name "$1" -type f -executable)
     for ((shard = 0; shard < shards; ++shard)); do
-        GTEST_TOTAL_SHARDS=$shards GTEST_SHARD_INDEX=$shard "$build/$1" --gtest_brief=1 >"$log.$shard.log" 2>&1 &
+        GTEST_TOTAL_SHARDS=$shards GTEST_SHARD_INDEX=$shard "$program" --gtest_brief=1 >"$log.$shard.log" 2>&1 &
         processes+=($!)
     done
     for shard in "${!processes[@]}"; do
@@ -58,13 +64,10 @@ check_library() {
 
 scripts/install-dependencies.sh --tests
 cmake --preset coverage -DSCENEUTILS_BUILD_TESTS=ON
-cmake --build --preset coverage \
-    --target sceneutils_tests sceneutils_render_tests sceneutils_cli_tests veltrane_logging_tests
+cmake --build --preset coverage --target "${programs[@]}"
 find $build -name '*.gcda' -delete
 failed=0
-for program in tests/logging/veltrane_logging_tests tests/sceneutils_{,render_,cli_}tests; do
-    run_tests $program || failed=1
-done
+for program in "${programs[@]}"; do run_tests "$program" || failed=1; done
 
 rm -rf $report
 mkdir -p $report
