@@ -2,19 +2,19 @@
 # Fails if clang-tidy (.clang-tidy) or cppcheck (scripts/cppcheck-suppressions.txt) finds a mistake in a source. What was
 # clean is looked at again when it, a header that it includes, its compiler's options or the configuration has changed.
 #
-#     scripts/check-code.sh [FOLDER|FILE...]      what clang-tidy looks at (default: all that the preset release
-#                                                 compiles); cppcheck takes seconds for all but the tests, whose macros
-#                                                 it does not understand
+#     scripts/check-code.sh [FOLDER|FILE...]      what clang-tidy looks at (default: all but the tests); cppcheck takes
+#                                                 seconds for everything but the tests, whose macros it does not know
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 jobs=2
+folders=(apps benchmarks fuzz logging offscreen src)
 export work=build/check
 export database=$work/compile_commands.json
 
 # Each of the project's sources that the build compiles once, though it may be part of several programs.
 select_sources() {
-    git ls-files --cached --others --exclude-standard -- "${@:-.}" | grep '\.cpp$' |
+    git ls-files --cached --others --exclude-standard -- "$@" | grep '\.cpp$' |
         awk -v root="$PWD/" -v commands="$work/commands/" '
             FNR == NR { wanted["  \"file\": \"" root $0 "\","] = $0; next }
             /^{/ { entry = "" }
@@ -45,7 +45,7 @@ tidy() {
     local known=$work/clean/$1 findings
     sha256sum --check --status "$known" 2>/dev/null && return 0
     rm -f "$known"
-    { printf '%s\n' .clang-tidy tests/.clang-tidy "$work/commands/$1"; depends_on "$1"; } |
+    { printf '%s\n' .clang-tidy "$work/commands/$1"; depends_on "$1"; } |
         xargs -d '\n' sha256sum >"$known.new"
     if findings=$(clang-tidy -p "$work" --quiet "$1" 2>"$known.errors"); then
         mv "$known.new" "$known"
@@ -58,6 +58,7 @@ tidy() {
 export -f tidy depends_on
 
 scripts/install-dependencies.sh --tests
+[ $# -gt 0 ] || set -- "${folders[@]}"
 [ -e build/release/compile_commands.json ] || cmake --preset release
 rm -rf "$work/commands"
 mapfile -t sources < <(git ls-files --cached --others --exclude-standard '*.cpp' | xargs -n1 dirname | sort -u)
@@ -74,7 +75,7 @@ failed=0
 cppcheck -Iinclude -Isrc -Ilogging/include -I. -Iapps/sceneutils -Itests \
     '-DNLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(...)=' --cppcheck-build-dir=$work/cppcheck -j $jobs --quiet --error-exitcode=1 \
     --template=gcc --std=c++17 --library=googletest --enable=warning,style,performance,portability --inline-suppr \
-    --suppressions-list=scripts/cppcheck-suppressions.txt apps benchmarks examples fuzz logging offscreen src || failed=1
+    --suppressions-list=scripts/cppcheck-suppressions.txt examples "${folders[@]}" || failed=1
 printf '%s\0' "${sources[@]}" | xargs -0 -n 1 -P $jobs bash -euo pipefail -c 'tidy "$1"' tidy || failed=1
 echo "check-code: ${#sources[@]} sources, $([ $failed -eq 0 ] && echo clean || echo findings)"
 exit $failed
