@@ -37,7 +37,7 @@ select_sources() {
 depends_on() {
     local command
     command=$(sed -n -e 's/^  "command": "\(.*\)",*$/\1/p' "$work/commands/$1" | sed -e 's/\\\(.\)/\1/g' -e 's/ -o [^ ]*//')
-    eval "${command/ -c / -M }" | sed -e 's/^[^ ]*: //' -e 's/ \\$//' | tr -s ' ' '\n' | grep .
+    eval "${command/ -c / -M }" | sed -e 's/\\$//' -e 's/^[^ ]*: *//' | tr -s ' ' '\n' | grep .
 }
 
 # tidy SOURCE: looks at it, unless it was clean and is the same.

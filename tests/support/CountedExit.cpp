@@ -1,5 +1,5 @@
-// What _exit() becomes where lines are counted (CMake option SCENEUTILS_COVERAGE): the tool works in processes that end by
-// it, which would take their counts with them.
+// What _exit() becomes where lines are counted (CMake option SCENEUTILS_COVERAGE): the tool works in processes that end
+// by it, which would take their counts with them.
 
 extern "C" {
 void __gcov_dump();
