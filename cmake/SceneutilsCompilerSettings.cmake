@@ -15,3 +15,8 @@ if(SCENEUTILS_SANITIZERS)
     add_compile_options(-fsanitize=${SCENEUTILS_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${SCENEUTILS_SANITIZERS})
 endif()
+
+if(SCENEUTILS_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()

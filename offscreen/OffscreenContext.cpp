@@ -62,7 +62,7 @@ std::vector<EGLDisplay> displays() {
     const auto getDisplay = eglFunction<PFNEGLGETPLATFORMDISPLAYEXTPROC>("eglGetPlatformDisplayEXT");
     if (!getDisplay) return {};
     std::vector<EGLDisplay> found;
-    for (const EGLDeviceEXT device : devices()) found.push_back(getDisplay(EGL_PLATFORM_DEVICE_EXT, device, nullptr));
+    for (EGLDeviceEXT device : devices()) found.push_back(getDisplay(EGL_PLATFORM_DEVICE_EXT, device, nullptr));
     found.push_back(getDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr));
     return found;
 }
@@ -145,10 +145,8 @@ private:
     std::string _reason;
 };
 
-OffscreenContext::OffscreenContext(int width, int height) : _egl(std::make_unique<Egl>(width, height)) {
-    _driver = glString(GL_RENDERER);
-    _version = glString(GL_VERSION);
-
+OffscreenContext::OffscreenContext(int width, int height)
+    : _egl(std::make_unique<Egl>(width, height)), _driver(glString(GL_RENDERER)), _version(glString(GL_VERSION)) {
     _traits = new Traits;
     _traits->width = width;
     _traits->height = height;

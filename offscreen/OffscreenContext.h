@@ -29,6 +29,8 @@ public:
      * @throws OffscreenError if there is no driver, or none for pictures of that size
      */
     OffscreenContext(int width, int height);
+    OffscreenContext(const OffscreenContext&) = delete;
+    OffscreenContext& operator=(const OffscreenContext&) = delete;
 
     /** The name of the driver, the card included. */
     const std::string& driver() const { return _driver; }

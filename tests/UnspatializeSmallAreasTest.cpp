@@ -224,6 +224,21 @@ TEST(UnspatializeSmallAreas, DissolvesARootOnceThatWasVisitedTwice) {
     EXPECT_EQ(describe(*above), "(b, a)");
 }
 
+TEST(UnspatializeSmallAreas, DissolvesAGroupIntoTheOneThatItsParentWasDissolvedInto) {
+    const auto inner = make({makeLeaf("a")});
+    const auto outer = make({inner});
+    const auto above = make({outer, makeLeaf("b")});
+    UnspatializeSmallAreas visitor(10.0);
+    inner->setNodeMask(0);
+    outer->accept(visitor);
+    inner->setNodeMask(~0u);
+    inner->accept(visitor);
+
+    visitor.dissolveRecordedGroups();
+
+    EXPECT_EQ(describe(*above), "(b, a)");
+}
+
 TEST(UnspatializeSmallAreas, MergesLODsOfTheSameRanges) {
     const auto root = make({makeNamedLOD("a"), makeLeaf("x"), makeNamedLOD("b")});
 

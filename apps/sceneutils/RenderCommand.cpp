@@ -115,7 +115,9 @@ struct Times {
 void timeFrames(SceneRenderer& renderer, unsigned int count) {
     osg::Stats& stats = *renderer.viewer().getCamera()->getStats();
     stats.collectStats("rendering", true);
-    Times frames, cull, draw;
+    Times frames;
+    Times cull;
+    Times draw;
     for (unsigned int i = 0; i < framesBeforeTiming + count; ++i) {
         const auto start = std::chrono::steady_clock::now();
         renderer.drawFrame();
@@ -147,7 +149,9 @@ ExitStatus draw(const Request& request, SceneRenderer& renderer) {
     const bool isWhole = drawFirst(renderer, request.input, !request.noPaging);
     if (!request.picture.empty()) {
         writePicture(*renderer.drawPicture(GL_RGB), request.picture, request.overwrite);
-        osg::Vec3d eye, target, up;
+        osg::Vec3d eye;
+        osg::Vec3d target;
+        osg::Vec3d up;
         renderer.viewer().getCamera()->getViewMatrixAsLookAt(eye, target, up);
         std::cout << request.picture << ": " << request.size << " pixels, seen from " << asText(eye) << "\n";
     }

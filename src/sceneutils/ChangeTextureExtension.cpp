@@ -13,12 +13,7 @@ ChangeTextureExtension::ChangeTextureExtension(const std::string& fromExtension,
 ChangeTextureExtension::ChangeTextureExtension(const ChangeTextureExtension& other)
     : osg::Object(other), TextureVisitor(other), from(other.from), to(other.to) {}
 
-ChangeTextureExtension& ChangeTextureExtension::operator=(const ChangeTextureExtension& other) {
-    TextureVisitor::operator=(other);
-    from = other.from;
-    to = other.to;
-    return *this;
-}
+ChangeTextureExtension& ChangeTextureExtension::operator=(const ChangeTextureExtension& other) = default;
 
 ChangeTextureExtension::~ChangeTextureExtension() = default;
 

@@ -126,10 +126,11 @@ CreatePagedLODVisitor::CreatePagedLODVisitor(CreatePagedLODVisitor* parentVisito
     : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN), maxRange(defaultMaxRange), parent(parentVisitor) {}
 
 CreatePagedLODVisitor::CreatePagedLODVisitor(const CreatePagedLODVisitor& other)
-    : osg::Object(other), osg::NodeVisitor(other) {
+    : osg::Object(other), osg::NodeVisitor(other), maxRange(other.maxRange), parent(other.parent) {
     *this = other;
 }
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): each member may be assigned to itself
 CreatePagedLODVisitor& CreatePagedLODVisitor::operator=(const CreatePagedLODVisitor& other) {
     copyVisitorSettings(*this, other);
     spare = other.spare;

@@ -24,6 +24,8 @@ public:
     /** @param shared is looked up and added to, and has to live as long as this object */
     DrawableTransform(const osg::Matrixd& matrix, SharedObjects& shared);
     ~DrawableTransform() override;
+    DrawableTransform(const DrawableTransform&) = delete;
+    DrawableTransform& operator=(const DrawableTransform&) = delete;
 
     /** Transforms the drawable if that has not been done. The arrays that change, and the bound, are marked dirty. */
     void transform(osg::Drawable& drawable);

@@ -7,11 +7,7 @@ ForceTextureFilter::ForceTextureFilter(osg::Texture::FilterMode filterMode) : mo
 ForceTextureFilter::ForceTextureFilter(const ForceTextureFilter& other)
     : osg::Object(other), TextureVisitor(other), mode(other.mode) {}
 
-ForceTextureFilter& ForceTextureFilter::operator=(const ForceTextureFilter& other) {
-    TextureVisitor::operator=(other);
-    mode = other.mode;
-    return *this;
-}
+ForceTextureFilter& ForceTextureFilter::operator=(const ForceTextureFilter& other) = default;
 
 ForceTextureFilter::~ForceTextureFilter() = default;
 

@@ -104,7 +104,7 @@ void OpenFlightLODCreator::assignLODs() {
 }
 
 void OpenFlightLODCreator::createLOD(osg::Group& group, float transitionRange) {
-    osg::LOD* lod = new osg::LOD;
+    auto* lod = new osg::LOD;
     lod->addChild(&group, 0.0f, transitionRange * farRangePerTransitionRange);
     createdLODs.emplace_back(lod);
 }

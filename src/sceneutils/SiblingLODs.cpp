@@ -133,7 +133,7 @@ void ChildList::takeOver(ChildList& other) {
 void ChildList::collectLODs() {
     _lods.clear();
     _crowded.clear();
-    for (Place place = _children.begin(); place != _children.end(); ++place) {
+    for (auto place = _children.begin(); place != _children.end(); ++place) {
         // One that was merged here has no parent yet.
         if (!isPlainLOD(**place) || (*place)->getNumParents() > 1) continue;
         const osg::LOD::RangeList& ranges = static_cast<osg::LOD&>(**place).getRangeList();
@@ -170,7 +170,7 @@ void ChildList::writeBack(osg::Group& group) {
         dissolved->removeChildren(0, dissolved->getNumChildren());
 
     unsigned int unchanged = 0;
-    Place place = _children.begin();
+    auto place = _children.begin();
     while (place != _children.end() && unchanged < group.getNumChildren() && *place == group.getChild(unchanged)) {
         ++unchanged;
         ++place;

@@ -92,7 +92,9 @@ SimpleGeometryGenerator::SimpleGeometryGenerator()
       _pointsGeometry(new FlatGeometry),
       _vertices(new osg::Vec3Array),
       _colors(new osg::Vec4Array),
-      _normals(new osg::Vec3Array) {
+      _normals(new osg::Vec3Array),
+      _points(new osg::DrawElementsUInt(GL_POINTS)),
+      _lineWidthHolder(new osg::LineWidth(firstLineWidth)) {
     _geometry->setVertexArray(_vertices);
     _geometry->setColorArray(_colors, osg::Array::BIND_PER_VERTEX);
     _geometry->setNormalArray(_normals, bindPerPrimitive);
@@ -101,7 +103,6 @@ SimpleGeometryGenerator::SimpleGeometryGenerator()
     state.setMode(GL_BLEND, osg::StateAttribute::ON);
     state.setRenderingHint(osg::StateSet::TRANSPARENT_BIN);
 
-    _points = new osg::DrawElementsUInt(GL_POINTS);
     _pointsGeometry->addPrimitiveSet(_points);
     _pointsGeometry->setVertexArray(_vertices);
     _pointsGeometry->setColorArray(_colors, osg::Array::BIND_PER_VERTEX);
@@ -113,7 +114,6 @@ SimpleGeometryGenerator::SimpleGeometryGenerator()
     marker->setDistanceAttenuation(markerAttenuation);
     _pointsGeometry->getOrCreateStateSet()->setAttribute(marker);
     state.setAttribute(new osg::LineWidth(firstLineWidth));
-    _lineWidthHolder = new osg::LineWidth(firstLineWidth);
     _lineWidth = _lineWidthHolder;
 }
 

@@ -6,10 +6,7 @@ TextureVisitor::TextureVisitor() = default;
 
 TextureVisitor::TextureVisitor(const TextureVisitor& other) : osg::Object(other), StateSetVisitor(other) {}
 
-TextureVisitor& TextureVisitor::operator=(const TextureVisitor& other) {
-    StateSetVisitor::operator=(other);
-    return *this;
-}
+TextureVisitor& TextureVisitor::operator=(const TextureVisitor& other) = default;
 
 TextureVisitor::~TextureVisitor() = default;
 

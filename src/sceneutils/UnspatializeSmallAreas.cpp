@@ -25,8 +25,10 @@ bool isDissolvable(const osg::Group& group) {
 
 bool hasSeveralLODs(const osg::Group& group) {
     unsigned int count = 0;
-    for (unsigned int i = 0; i < group.getNumChildren() && count < 2; ++i)
-        if (typeid(*group.getChild(i)) == typeid(osg::LOD)) ++count;
+    for (unsigned int i = 0; i < group.getNumChildren() && count < 2; ++i) {
+        const osg::Node& child = *group.getChild(i);
+        if (typeid(child) == typeid(osg::LOD)) ++count;
+    }
     return count > 1;
 }
 

@@ -81,7 +81,8 @@ private:
 
     /** Names what, put right by itself, changes where the piece is; if it takes several at once, all that there is. */
     void blamePlacement(const BoxPiece& piece, const osg::BoundingBox& calculated) {
-        std::vector<BoxReason> present, effective;
+        std::vector<BoxReason> present;
+        std::vector<BoxReason> effective;
         for (const BoxReason reason : BoxPiece::placementReasons) {
             if (piece.nodesFor(reason).empty()) continue;
             present.push_back(reason);

@@ -52,7 +52,7 @@ public:
     EndingSignalsHeldBack& operator=(const EndingSignalsHeldBack&) = delete;
 
 private:
-    sigset_t _own;
+    sigset_t _own = {};
 };
 
 pid_t forkChild() {
@@ -251,7 +251,7 @@ public:
     }
 
 private:
-    int _ends[2];
+    int _ends[2] = {-1, -1};
 };
 
 ChildEnd endOf(pid_t child) {
@@ -295,7 +295,7 @@ void readLines(int fileDescriptor, const std::function<void(const std::string&)>
         if (got <= 0) break;
         rest.append(buffer, static_cast<std::size_t>(got));
         std::size_t begin = 0;
-        for (std::size_t end; (end = rest.find('\n', begin)) != std::string::npos; begin = end + 1)
+        for (std::size_t end = 0; (end = rest.find('\n', begin)) != std::string::npos; begin = end + 1)
             onLine(rest.substr(begin, end - begin));
         rest.erase(0, begin);
     }

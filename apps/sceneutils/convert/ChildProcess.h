@@ -11,6 +11,7 @@ constexpr std::uint64_t bytesPerMiB = 1 << 20;
 
 /** What a child process may use. */
 struct ChildLimits {
+    // NOLINTNEXTLINE(google-explicit-constructor): in most places a time is all that there is to say
     ChildLimits(unsigned int processorTime) : processorSeconds(processorTime) {}
 
     unsigned int processorSeconds;

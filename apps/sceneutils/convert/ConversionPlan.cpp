@@ -370,8 +370,8 @@ ConversionPlan planFiles(const ConversionOptions& options) {
 
 void checkOutputs(const ConversionPlan& plan, const std::function<bool(std::size_t)>& mayReplace) {
     Resolver resolver;
-    std::set<StoredPath> folders;
     try {
+        std::set<StoredPath> folders;
         for (std::size_t i = 0; i < plan.files.size(); ++i) {
             const PlannedFile& file = plan.files[i];
             if (file.output.empty() || !file.problem.empty()) continue;

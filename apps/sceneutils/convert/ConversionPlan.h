@@ -46,10 +46,12 @@ constexpr std::size_t noFile = std::numeric_limits<std::size_t>::max();
 class StoredPath {
 public:
     StoredPath() = default;
+    // NOLINTBEGIN(google-explicit-constructor): used like the path that it stores
     StoredPath(const std::filesystem::path& path) : _text(path.string()) {}
     StoredPath(const std::string& path) : _text(path) {}
     StoredPath(const char* path) : _text(path) {}
     operator std::filesystem::path() const { return _text; }
+    // NOLINTEND(google-explicit-constructor)
 
     bool empty() const { return _text.empty(); }
     const std::string& string() const { return _text; }

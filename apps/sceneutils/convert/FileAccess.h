@@ -104,7 +104,7 @@ private:
     osgDB::ReaderWriter::ReadResult readPlannedFile(const osgDB::Options* options);
     osgDB::ReaderWriter::ReadResult readReferencedFile(const std::string& name);
     void writeWhole(osg::Node& node, const osgDB::Options* options);
-    std::string finalName(std::size_t reference) const;
+    std::string finalName(std::size_t index) const;
     void settleTextures(osg::Node& node);
     void embedTexture(osg::Image& image, const std::filesystem::path& texture) const;
     std::filesystem::path placeTexture(const std::filesystem::path& texture);

@@ -97,9 +97,10 @@ private:
         if (_objects[stretch] == 0) release(stretch);
     }
 
+    // Where the system refuses, the stretch keeps its memory; it is not used again.
     void release(std::size_t stretch) {
-        mmap(_begin + stretch * stretchSize, stretchSize, PROT_NONE,
-             MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0);
+        static_cast<void>(mmap(_begin + stretch * stretchSize, stretchSize, PROT_NONE,
+                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0));
     }
 
     std::atomic_flag _lock = ATOMIC_FLAG_INIT;
@@ -113,6 +114,7 @@ Ground ground;
 
 void* allocateAnywhere(std::size_t size) {
     for (;;) {
+        // NOLINTNEXTLINE(cppcoreguidelines-no-malloc): this is what `new` is made of
         if (void* object = std::malloc(size == 0 ? 1 : size)) return object;
         const std::new_handler handler = std::get_new_handler();
         if (!handler) return nullptr;
@@ -139,7 +141,7 @@ void operator delete(void* object) noexcept {
     if (ground.holds(object)) {
         ground.free(object);
     } else {
-        std::free(object);
+        std::free(object);  // NOLINT(cppcoreguidelines-no-malloc): it comes from malloc() above
     }
 }
 

@@ -31,6 +31,7 @@ void checkIsRegularFile(const fs::path& path) {
 FileBytes::FileBytes(const fs::path& path) {
     checkIsRegularFile(path);
     // Not waiting, because the name may stand for a pipe by now.
+    // NOLINTNEXTLINE(cppcoreguidelines-prefer-member-initializer): it is to be opened only after the check above
     _descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (_descriptor < 0) throw FlightFileError(std::strerror(errno));
 

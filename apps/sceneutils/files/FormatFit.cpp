@@ -163,7 +163,7 @@ private:
 
 osg::ref_ptr<osg::Node> fitForFormat(osg::ref_ptr<osg::Node> root, const std::string& ending) {
     if (ending == "ive") bindNormalsOverall(*root);
-    return Fitting(abilitiesOf(ending)).run(std::move(root));
+    return Fitting(abilitiesOf(ending)).run(root);
 }
 
 }  // namespace veltrane::sceneutils::tool

@@ -90,7 +90,7 @@ public:
         std::error_code error;
         fs::create_directories(_path, error);
         if (error) throw OutputError(output.string() + ": cannot be written: " + error.message());
-        sigset_t ending;
+        sigset_t ending = {};
         sigemptyset(&ending);
         for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, signal);
         pthread_sigmask(SIG_BLOCK, &ending, &_signalsBefore);
@@ -107,7 +107,7 @@ public:
 
 private:
     fs::path _path;
-    sigset_t _signalsBefore;
+    sigset_t _signalsBefore = {};
 };
 
 // Such formats may put more than one file beside each other (materials, textures).

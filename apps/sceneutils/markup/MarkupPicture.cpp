@@ -35,8 +35,8 @@ const osg::Vec4 veil(0.5f, 0.5f, 0.5f, 0.3f);
 /** What LODMarkup means by a colour. */
 struct Meaning {
     osg::Vec4 color;
-    const char* text;
-    bool isSpoke;
+    const char* text = "";
+    bool isSpoke = false;
 };
 
 const std::array<Meaning, 8> meanings = {{{{1, 0, 0, 1}, "radius of an LOD", false},
@@ -191,7 +191,8 @@ private:
 
     /** Spokes below the boxes, which they would cross. */
     void addFigures(const Panel& panel) {
-        std::vector<OverlayLine> spokes, boxes;
+        std::vector<OverlayLine> spokes;
+        std::vector<OverlayLine> boxes;
         for (const Figure& figure : _content.figures) {
             for (const FigureLine& line : figure.lines) {
                 (isSpoke(line) ? spokes : boxes)

@@ -87,7 +87,7 @@ std::vector<std::pair<double, const LodPlace*>> bordersOf(const std::vector<LodP
 
 class Choice {
 public:
-    Choice(const osg::Node& root) : _region(eyeRegion(root)), _lods(root) {}
+    explicit Choice(const osg::Node& root) : _region(eyeRegion(root)), _lods(root) {}
 
     /** As far from `origin` as is said, or nearly so. */
     void add(const osg::Vec3d& origin, double distance) {

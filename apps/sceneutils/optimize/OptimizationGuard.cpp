@@ -139,6 +139,7 @@ void OptimizationGuard::keepGroups(osg::Node& root) {
     _secondParent = new osg::Group;
     StateMove stateMove;
     const auto keep = [this](osg::Node& node) { _secondParent->addChild(&node); };
+    // NOLINTNEXTLINE(bugprone-unused-raii): its work is done when it is made
     EachNode(root, [&](osg::Node& node) {
         osg::Group* group = node.asGroup();
         if (typeid(node) == typeid(osg::LOD) && node.getNumParents() == 1) keep(node);

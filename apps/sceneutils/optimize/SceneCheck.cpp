@@ -256,7 +256,9 @@ std::vector<SceneDifference> SceneCheck::compareWith(const osg::Node& after) {
     _largestDisplacement = matching.largestDisplacement;
     if (matching.lost.empty() && matching.added.empty()) return {};
 
-    Matching::Pairs otherState, otherEyes, otherBoth;
+    Matching::Pairs otherState;
+    Matching::Pairs otherEyes;
+    Matching::Pairs otherBoth;
     matching.matchRest([](const SeenPrimitive& p) { return std::uint64_t{p.eyes}; }, otherState);
     matching.matchRest([](const SeenPrimitive& p) { return std::uint64_t{p.state}; }, otherEyes);
     matching.matchRest([](const SeenPrimitive&) { return std::uint64_t{0}; }, otherBoth);

@@ -49,7 +49,7 @@ public:
         set(count, array, [](const osg::Vec4d& v) { return osg::Vec3d(v.x(), v.y(), v.z()); });
     }
     void drawArrays(GLenum mode, GLint first, GLsizei count) override {
-        read(mode, count, [first](GLsizei i) { return static_cast<std::size_t>(first + i); });
+        read(mode, count, [first](GLsizei i) { return static_cast<std::size_t>(first) + static_cast<std::size_t>(i); });
     }
     void drawElements(GLenum mode, GLsizei count, const GLubyte* indices) override {
         readIndexed(mode, count, indices);

@@ -22,6 +22,8 @@ public:
     /** Remembers where all is. The graph may be changed or freed then. */
     explicit WorldPositions(const osg::Node& root);
     ~WorldPositions();
+    WorldPositions(const WorldPositions&) = delete;
+    WorldPositions& operator=(const WorldPositions&) = delete;
 
     /** What comparing found. */
     struct Comparison {

@@ -127,7 +127,7 @@ inline osg::ref_ptr<osg::Image> makeImage(ImageKind kind, std::uint64_t seed) {
             const osg::Vec4d color = painter.colorAt((column + 0.5) / traits.size, (row + 0.5) / traits.size);
             unsigned char* pixel = image->data(static_cast<unsigned>(column), static_cast<unsigned>(row));
             for (unsigned channel = 0; channel < (traits.hasAlpha ? 4u : 3u); ++channel)
-                pixel[channel] = static_cast<unsigned char>(std::clamp(color[channel], 0.0, 1.0) * 255.0 + 0.5);
+                pixel[channel] = static_cast<unsigned char>(std::lround(std::clamp(color[channel], 0.0, 1.0) * 255.0));
         }
     return image;
 }
