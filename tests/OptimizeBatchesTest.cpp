@@ -428,6 +428,27 @@ TEST(OptimizeBatches, MergesOnlyDrawablesOfTheSameMask) {
     EXPECT_EQ(pointsByMask, (std::map<osg::Node::NodeMask, std::size_t>{{0, 4}, {1, 4}, {4, 2}}));
 }
 
+TEST(OptimizeBatches, MergesOnlyDrawablesOfTheSameStateAmongThoseOfAnotherMask) {
+    const osg::ref_ptr<osg::StateSet> states[] = {new osg::StateSet, new osg::StateSet};
+    states[1]->setMode(GL_BLEND, osg::StateAttribute::ON);
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    geode->addDrawable(makePair(osg::Vec3()));
+    for (const std::size_t state : {0u, 1u, 0u, 1u}) {
+        geode->addDrawable(makePair(osg::Vec3(static_cast<float>(state), 0, 0)));
+        geode->getDrawable(geode->getNumDrawables() - 1)->setNodeMask(4);
+        geode->getDrawable(geode->getNumDrawables() - 1)->setStateSet(states[state]);
+    }
+
+    optimize(geode);
+
+    ASSERT_EQ(geode->getNumDrawables(), 3u);
+    std::map<const osg::StateSet*, std::size_t> pointsByState;
+    for (unsigned int i = 0; i < 3; ++i)
+        pointsByState[geode->getDrawable(i)->getStateSet()] += pointsOf(geode->getDrawable(i)->asGeometry()).size();
+    EXPECT_EQ(pointsByState,
+              (std::map<const osg::StateSet*, std::size_t>{{nullptr, 2}, {states[0], 4}, {states[1], 4}}));
+}
+
 TEST(OptimizeBatches, MergesDrawablesOfTheSameMaskWhateverItIs) {
     const osg::ref_ptr<osg::Group> group = makeGroup({makePair(osg::Vec3()), makePair(osg::Vec3(5, 0, 0))});
     for (unsigned int i = 0; i < 2; ++i) group->getChild(i)->setNodeMask(4);

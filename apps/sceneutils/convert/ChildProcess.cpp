@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -28,6 +29,7 @@ using MessageSize = std::uint64_t;
 
 // What a signal handler reads; 0: a free place.
 constexpr std::size_t mostChildrenNoted = 1024;
+constexpr double secondsPerMicrosecond = 1e-6;
 volatile pid_t runningChildren[mostChildrenNoted] = {};
 
 void replaceRunningChild(pid_t noted, pid_t replacement) {
@@ -177,7 +179,10 @@ void allowMoreProcessorTime(unsigned int seconds) {
     rlimit limit = {};
     getrusage(RUSAGE_SELF, &used);
     getrlimit(RLIMIT_CPU, &limit);
-    const auto usedSeconds = static_cast<rlim_t>(used.ru_utime.tv_sec + used.ru_stime.tv_sec);
+    const auto secondsOf = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * secondsPerMicrosecond;
+    };
+    const auto usedSeconds = static_cast<rlim_t>(std::ceil(secondsOf(used.ru_utime) + secondsOf(used.ru_stime)));
     limit.rlim_cur = std::min(limit.rlim_max, usedSeconds + seconds);
     setrlimit(RLIMIT_CPU, &limit);
 }

@@ -95,8 +95,11 @@ StateLock::StateLock(const fs::path& folder) : _lastUse(lastUseOf(folder)) {
     char mark = 0;
     _wasLeftInAHurry = pread(_file, &mark, 1, 0) == 1;
     // On the disk before anything else is: a power failure is one of the ends that leave unfinished files.
-    if (pwrite(_file, "!", 1, 0) != 1 || (fdatasync(_file) != 0 && errno != EINVAL && errno != ENOSYS))
-        fail(folder / lockName, std::string("cannot be written: ") + std::strerror(errno));
+    if (pwrite(_file, "!", 1, 0) != 1 || (fdatasync(_file) != 0 && errno != EINVAL && errno != ENOSYS)) {
+        const std::string reason = std::strerror(errno);
+        close(_file);
+        fail(folder / lockName, "cannot be written: " + reason);
+    }
 }
 
 StateLock::~StateLock() {
