@@ -2,8 +2,9 @@
 # Fails if clang-tidy (.clang-tidy) or cppcheck (scripts/cppcheck-suppressions.txt) finds a mistake in a source. What was
 # clean is looked at again when it, a header that it includes, its compiler's options or the configuration has changed.
 #
-#     scripts/check-code.sh [FOLDER|FILE...]      what clang-tidy looks at (default: all but the tests); cppcheck takes
-#                                                 seconds for everything but the tests, whose macros it does not know
+#     scripts/check-code.sh [FOLDER|FILE...]      what clang-tidy looks at (default: all but the tests, as far as build/release
+#                                                 compiles it); cppcheck takes seconds for everything but the tests,
+#                                                 whose macros it does not know
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

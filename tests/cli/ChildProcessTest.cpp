@@ -388,12 +388,12 @@ TEST(RunInChild, LeavesAChildAloneThatKeepsToItsTime) {
 
 TEST(RunInChild, GivesEachPieceOfWorkAllTimeByTheClock) {
     ChildLimits limits(plenty);
-    limits.seconds = 2;
+    limits.seconds = 4;
     limits.piecesOfWork = 4;
     const auto work = [](const MessageSender& parent) {
         for (int i = 0; i < 4; ++i) {
             if (i > 0) parent.startAnew();
-            std::this_thread::sleep_for(std::chrono::milliseconds(700));
+            std::this_thread::sleep_for(std::chrono::milliseconds(1200));
         }
     };
     const ChildEnd end = runInChild(limits, work, ignoreMessage);

@@ -97,7 +97,7 @@ TEST(ConvertJobsTogether, WaitAMomentForARunThatIsAboutToEnd) {
     const int lock = open((folder / "out/.sceneutils/m.ive/lock").c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(flock(lock, LOCK_EX), 0);
     ToolProcess waiting(SCENEUTILS_TOOL, arguments({"--jobs", "2"}), in(folder));
-    std::this_thread::sleep_for(std::chrono::seconds(1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_TRUE(waiting.isRunning());
 
     close(lock);

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace fs = std::filesystem;
 using namespace testing_support;
 using namespace veltrane::sceneutils::tool;
@@ -125,6 +127,30 @@ TEST(ReadFaults, OfAGraphOfAnotherFormatAreTold) {
         EXPECT_EQ(result.status, 2);
         EXPECT_EQ(result.errors, "sceneutils: " + std::string(name) + ": Input/output error\n");
     }
+}
+
+TEST(ReadFaults, OfAttributesThatMayHaveNoEndAreNone) {
+    for (const bool isInJobs : {false, true}) {
+        const TemporaryDirectory folder;
+        writeDatabase(folder.path());
+        fs::remove(folder / "in/t.png.attr");
+        fs::create_symlink("/dev/zero", folder / "in/t.png.attr");
+        const std::vector<std::string> words = {"in/master.flt", "out/m.ive", "--recurse"};
+        const ToolResult result = isInJobs ? convertInJobs(folder.path()) : convertIn(folder.path(), words);
+
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(countsIn(result), "3 files read, 3 converted, 0 failed, 1 texture missing");
+        EXPECT_EQ(result.errors, "sceneutils: a.flt: texture t.png.attr is missing or unreadable\n");
+    }
+}
+
+TEST(CheckedReading, OpensNoDeviceAndNoPipe) {
+    const TemporaryDirectory folder;
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+
+    EXPECT_EQ(readThrough(folder / "pipe"), ENXIO);
+    EXPECT_EQ(readThrough("/dev/zero"), ENXIO);
+    EXPECT_FALSE(isSystemError(ENXIO));
 }
 
 TEST(CheckedReading, TellsFilesThatAreNotThereFromASystemThatFails) {

@@ -183,13 +183,16 @@ ReaderWriter::ReadResult FileAccess::readImage(const std::string& name, const os
 
 // The attributes of a texture. Who cannot read them would go on without them.
 ReaderWriter::ReadResult FileAccess::readObject(const std::string& name, const osgDB::Options* options) {
+    ReaderWriter::ReadResult result = ReaderWriter::ReadResult::ERROR_IN_READING_FILE;
     const int error = readThrough(name);
     if (isSystemError(error)) {
         noteUnreadable(name, error);
-        return ReaderWriter::ReadResult::ERROR_IN_READING_FILE;
+    } else if (error != 0) {
+        noteMissingTexture(name);
+    } else {
+        result = osgDB::ReadFileCallback::readObject(name, options);
+        if (!result.validObject()) noteProblem(nameOf(name) + ": cannot be read");
     }
-    ReaderWriter::ReadResult result = osgDB::ReadFileCallback::readObject(name, options);
-    if (!result.validObject()) noteProblem(nameOf(name) + ": cannot be read");
     return result;
 }
 

@@ -21,6 +21,13 @@ constexpr const char* flightEnding = "flt";
 constexpr const char* keepReferencesOption = "keepExternalReferences";
 constexpr std::size_t blockSize = 1 << 16;
 
+/** Whether it is a device, or a pipe: reading those may never end. */
+bool isDevice(const fs::path& path) {
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    return fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status);
+}
+
 /** Reads what a file refers to, with the palettes that each reference hands on. */
 class ReferenceReader : public osg::NodeVisitor {
 public:
@@ -45,7 +52,11 @@ private:
 
 CheckedInput::CheckedInput(const fs::path& path) {
     errno = 0;
-    if (_buffer.open(path, std::ios::in | std::ios::binary)) return;
+    if (isDevice(path)) {
+        errno = ENXIO;
+    } else if (_buffer.open(path, std::ios::in | std::ios::binary)) {
+        return;
+    }
     _buffer.error = errno != 0 ? errno : EIO;
     _stream.setstate(std::ios::failbit);
 }
@@ -114,7 +125,11 @@ ReaderWriter::ReadResult readFlight(const fs::path& path, const osgDB::Options* 
     CheckedInput input(path);
     input.stream().imbue(std::locale::classic());
     ReaderWriter::ReadResult result = ReaderWriter::ReadResult::ERROR_IN_READING_FILE;
-    if (input.error() == 0) result = reader->readNode(input.stream(), own);
+    try {
+        if (input.error() == 0) result = reader->readNode(input.stream(), own);
+    } catch (const std::exception&) {
+        if (input.error() == 0) throw;
+    }
     error = input.error();
     if (error != 0) return ReaderWriter::ReadResult::ERROR_IN_READING_FILE;
 
@@ -138,7 +153,7 @@ ReaderWriter::ReadResult readImage(const std::string& name, const fs::path& path
     ReaderWriter::ReadResult result = ReaderWriter::ReadResult::FILE_NOT_HANDLED;
     if (reader && input.error() == 0) result = reader->readImage(input.stream(), options);
     error = isSystemError(input.error()) ? input.error() : 0;
-    if (error != 0) return ReaderWriter::ReadResult::ERROR_IN_READING_FILE;
+    if (error != 0 || input.error() == ENXIO) return ReaderWriter::ReadResult::ERROR_IN_READING_FILE;
     if (result.validImage()) {
         result.getImage()->setFileName(name);
         return result;

@@ -22,7 +22,10 @@ public:
 
     std::istream& stream() { return _stream; }
 
-    /** The system's number for why the file could not be opened, or not all of it be read; 0: nothing failed so far. */
+    /**
+     * The system's number for why the file could not be opened, or not all of it be read; 0: nothing failed so far.
+     * Devices and pipes, which may have no end, are not opened: ENXIO.
+     */
     int error() const { return _buffer.error; }
 
 private:

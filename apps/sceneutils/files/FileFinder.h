@@ -15,7 +15,7 @@ namespace veltrane::sceneutils::tool {
  * another letter case than on disk. Where several names differ in case only, the exact one wins, then the first by
  * name. Remembers folder listings and the textures it has found, so one finder should see the database unchanged.
  *
- * All throw CommandError with InputUnreadable when a folder cannot be looked through that is there.
+ * All throw CommandError with InputUnreadable when the system or the disk fails while a folder is listed.
  */
 class FileFinder {
 public:

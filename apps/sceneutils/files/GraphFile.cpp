@@ -82,7 +82,7 @@ public:
         return guard(name, options, [&](const std::string& found) {
             ReaderWriter::ReadResult result =
                 _registrys ? _registrys->readObject(name, options) : ReadFileCallback::readObject(name, options);
-            const bool isLost = !result.validObject() && endingOf(found) == attributesEnding;
+            const bool isLost = !result.validObject() && endingOf(found) == attributesEnding && readThrough(found) == 0;
             if (isLost) noteProblem(found + ": cannot be read");
             return result;
         });
@@ -95,6 +95,15 @@ public:
         ReaderWriter::ReadResult result = tool::readImage(name, found, options, error);
         if (error != 0) noteProblem(found + ": " + std::strerror(error));
         return result;
+    }
+
+    ReaderWriter::ReadResult readShader(const std::string& name, const osgDB::Options* options) override {
+        return _registrys ? _registrys->readShader(name, options) : ReadFileCallback::readShader(name, options);
+    }
+
+    ReaderWriter::ReadResult readHeightField(const std::string& name, const osgDB::Options* options) override {
+        return _registrys ? _registrys->readHeightField(name, options)
+                          : ReadFileCallback::readHeightField(name, options);
     }
 
     /** What is wrong, in a line that names the file; empty: nothing. */
@@ -113,7 +122,8 @@ private:
             if (_references == References::Load) noteProblem(open->first + ": refers to itself" + wayFrom(open + 1));
             return ReaderWriter::ReadResult::ERROR_IN_READING_FILE;
         }
-        checkReadable(found);
+        // The registry's callback may not want to open it. What is wrong with OpenFlight is noticed while it is read.
+        if (!_registrys && endingOf(found) != flightEnding) checkReadable(found);
         _open.emplace_back(found, file);
         ReaderWriter::ReadResult result = read(found);
         _open.pop_back();
@@ -125,7 +135,7 @@ private:
     ReaderWriter::ReadResult readFlightFile(const std::string& found, const osgDB::Options* options) {
         int error = 0;
         ReaderWriter::ReadResult result = readFlight(found, options, error);
-        if (error != 0) noteProblem(found + ": " + std::strerror(error));
+        if (isSystemError(error)) noteProblem(found + ": " + std::strerror(error));
         return result;
     }
 
