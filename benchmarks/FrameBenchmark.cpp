@@ -377,7 +377,7 @@ void measureAll(const Arguments& arguments) {
     std::ostringstream csv;
 
     const bool isOptimized = arguments.tables.count("optimize") != 0, isShaded = arguments.tables.count("shaders") != 0;
-    std::vector<FrameScene> scenes, databases;
+    std::vector<FrameScene> scenes;
     if (isOptimized || isShaded) {
         for (const unsigned int tiles : arguments.sampleTiles) scenes.push_back(maker.makeSample(tiles));
         for (const int drawables : arguments.drawables) scenes.push_back(maker.makeTown(drawables));
@@ -385,6 +385,7 @@ void measureAll(const Arguments& arguments) {
     if (isOptimized) show("Optimised:", measureOptimized(scenes, book, arguments), csv);
     if (isShaded) show("Generated shaders:", measureShaded(scenes, book, arguments), csv);
     if (arguments.tables.count("paged") != 0) {
+        std::vector<FrameScene> databases;
         for (const unsigned int tiles : arguments.tiles)
             databases.push_back(maker.makeDatabase(tiles, arguments.maxRange));
         show("One file and paged:", measurePaged(databases, book, arguments), csv);

@@ -145,7 +145,7 @@ public:
 };
 
 std::string describeStatesOf(const ShadedGraph& graph) {
-    StateDescription description;
+    StateDescription description{};
     std::string text;
     for (const osg::ref_ptr<osg::StateSet>& state : graph.states()) text += description.of(*state) + "\n";
     if (graph.root->getStateSet()) text += description.of(*graph.root->getStateSet());
