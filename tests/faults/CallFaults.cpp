@@ -72,11 +72,9 @@ bool isFile(int file) {
     return isRegular;
 }
 
-#ifndef WITHOUT_ALLOCATIONS
 bool isOutOfMemory(std::size_t size) {
     return fails("alloc", ENOMEM) || (size >= largeSize && fails("large", ENOMEM));
 }
-#endif
 
 // Attributes of textures, which OpenSceneGraph reads by itself: the tool has read them just before, and what has been
 // read a moment ago does not come from the disk.
@@ -149,8 +147,6 @@ int __libc_start_main(Main main, int count, char** words, void (*begin)(), void 
     return really(armedMain, count, words, begin, end, loader, stack);
 }
 
-#ifndef WITHOUT_ALLOCATIONS
-
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* memory, size_t size);
@@ -178,8 +174,6 @@ int posix_memalign(void** memory, size_t alignment, size_t size) noexcept {
     *memory = got;
     return 0;
 }
-
-#endif
 
 ssize_t read(int file, void* bytes, size_t count) {
     static const auto really = original(&read, "read");
