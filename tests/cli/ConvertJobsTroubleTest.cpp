@@ -78,7 +78,10 @@ std::string reasonForOneBad(const std::function<void(const fs::path&)>& makeBad,
     EXPECT_EQ(result.errorLines().size(), 1u) << result.errors;
 
     const FolderState before = stateOf(folder / "out");
-    EXPECT_EQ(convertInJobs(folder.path(), options, settings).errors, result.errors) << "it is tried again";
+    // What it was doing meanwhile may be another thing.
+    const std::string again = convertInJobs(folder.path(), options, settings).errors;
+    const std::string reason = result.errors.substr(0, result.errors.find(" while being "));
+    EXPECT_THAT(again, StartsWith(reason)) << "it is tried again";
     EXPECT_EQ(writtenSince(before, folder / "out"), Names());
 
     fs::remove(folder / "in/bad.flt");
